@@ -1,0 +1,419 @@
+#include "CommandLine.h"
+
+#include "model/AppPreferences.h"
+#include "model/AppVersion.h"
+#include "model/Format.h"
+#include "model/SessionCodec.h"
+#include "platform/Clock.h"
+#include "store/DayKeys.h"
+#include "store/DayStore.h"
+#include "store/SqliteDefaults.h"
+
+#include <QFile>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
+
+#include <cmath>
+#include <limits>
+
+namespace {
+
+const QStringList verbs = {QStringLiteral("defaults"), QStringLiteral("status"),
+                           QStringLiteral("history"),  QStringLiteral("help"),
+                           QStringLiteral("--help"),   QStringLiteral("-h"),
+                           QStringLiteral("--version")};
+
+QString printableValue(const QVariant& v)
+{
+    if (v.typeId() == QMetaType::QByteArray)
+        return QStringLiteral("{length = %1}").arg(v.toByteArray().size());
+    if (v.typeId() == QMetaType::QString)
+        return QStringLiteral("\"%1\"").arg(v.toString());
+    return Defaults::toString(v).value_or(QString());
+}
+
+QJsonObject rowJson(const DayRow& r)
+{
+    return {{QStringLiteral("date"), DayKeys::dayText(r.date)},
+            {QStringLiteral("label"), r.label},
+            {QStringLiteral("tokens"), r.tokens},
+            {QStringLiteral("isToday"), r.isToday}};
+}
+
+QJsonValue peakHourJson(const std::optional<PeakHour>& p)
+{
+    if (!p)
+        return QJsonValue();
+    return QJsonObject{{QStringLiteral("hour"), p->hour}, {QStringLiteral("label"), p->label}};
+}
+
+QJsonValue weekOverWeekJson(const std::optional<WeekOverWeek>& w)
+{
+    if (!w)
+        return QJsonValue();
+    return QJsonObject{{QStringLiteral("this"), w->thisWeek},
+                       {QStringLiteral("last"), w->lastWeek},
+                       {QStringLiteral("change"), w->change}};
+}
+
+QString percent(double fraction) { return QString::asprintf("%.0f%%", fraction * 100.0); }
+
+} // namespace
+
+CommandLine::CommandLine(const Clock& clock, FILE* out, FILE* err, FILE* in)
+    : m_clock(clock)
+    , m_out(out)
+    , m_err(err)
+    , m_in(in)
+{
+}
+
+bool CommandLine::handles(const QStringList& args)
+{
+    return !args.isEmpty() && verbs.contains(args.first());
+}
+
+QString CommandLine::usage()
+{
+    return QStringLiteral(
+        "Usage: mindmeter [VERB [ARGS...]]\n"
+        "\n"
+        "Verbs:\n"
+        "  status [--json]                   today's load: total, split by kind, saturation\n"
+        "  history [--json] [--days N]       the day-by-day history, newest first (N <= 90)\n"
+        "  defaults read [KEY]               print one setting, or all of them\n"
+        "  defaults write KEY TYPE VALUE     store a setting; TYPE is -int, -float, -bool,\n"
+        "                                    -string or -data-file (PATH, or - for stdin)\n"
+        "  defaults delete KEY               remove a setting\n"
+        "  help                              this text\n"
+        "\n"
+        "Data lives in $XDG_DATA_HOME/mindmeter/mindmeter.sqlite3.\n");
+}
+
+void CommandLine::print(const QString& text)
+{
+    const QByteArray bytes = text.toUtf8();
+    std::fwrite(bytes.constData(), 1, size_t(bytes.size()), m_out);
+}
+
+void CommandLine::printBytes(const QByteArray& bytes)
+{
+    std::fwrite(bytes.constData(), 1, size_t(bytes.size()), m_out);
+}
+
+int CommandLine::usageError(const QString& message)
+{
+    std::fprintf(m_err, "mindmeter: %s\nTry 'mindmeter help' for usage.\n",
+                 message.toUtf8().constData());
+    return 2;
+}
+
+int CommandLine::failure(const QString& message)
+{
+    std::fprintf(m_err, "mindmeter: %s\n", message.toUtf8().constData());
+    return 1;
+}
+
+int CommandLine::run(const QStringList& args)
+{
+    if (args.isEmpty())
+        return usageError(QStringLiteral("no verb given"));
+    const QString verb = args.first();
+    const QStringList rest = args.mid(1);
+    if (verb == QLatin1String("help") || verb == QLatin1String("--help") ||
+        verb == QLatin1String("-h")) {
+        print(usage());
+        return 0;
+    }
+    if (verb == QLatin1String("--version")) {
+        print(QString::fromUtf8(AppVersion::displayString) + u'\n');
+        return 0;
+    }
+    if (verb == QLatin1String("defaults"))
+        return defaults(rest);
+    if (verb == QLatin1String("status"))
+        return status(rest);
+    if (verb == QLatin1String("history"))
+        return history(rest);
+    return usageError(QStringLiteral("unknown verb '%1'").arg(verb));
+}
+
+// --- defaults ----------------------------------------------------------------------------
+
+namespace {
+
+// Parses the TYPE VALUE pair of `defaults write`; sets *error and returns an invalid
+// variant when it is not acceptable.
+QVariant parseWriteValue(const QString& type, const QString& text, FILE* in, QString* error)
+{
+    if (type == QLatin1String("-int") || type == QLatin1String("-integer")) {
+        bool ok = false;
+        const qint64 v = text.toLongLong(&ok);
+        if (!ok)
+            *error = QStringLiteral("'%1' is not a 64-bit integer").arg(text);
+        return ok ? QVariant::fromValue(v) : QVariant();
+    }
+    if (type == QLatin1String("-float")) {
+        bool ok = false;
+        const double v = text.toDouble(&ok);
+        if (!ok || !std::isfinite(v)) {
+            *error = QStringLiteral("'%1' is not a finite number").arg(text);
+            return {};
+        }
+        return QVariant::fromValue(v);
+    }
+    if (type == QLatin1String("-bool") || type == QLatin1String("-boolean")) {
+        const QString t = text.toLower();
+        if (t == QLatin1String("true") || t == QLatin1String("yes") || t == QLatin1String("1"))
+            return QVariant::fromValue(true);
+        if (t == QLatin1String("false") || t == QLatin1String("no") || t == QLatin1String("0"))
+            return QVariant::fromValue(false);
+        *error = QStringLiteral("'%1' is not true or false").arg(text);
+        return {};
+    }
+    if (type == QLatin1String("-string"))
+        return text;
+    if (type == QLatin1String("-data-file")) {
+        QFile file;
+        const bool opened = text == QLatin1String("-") ? file.open(in, QIODevice::ReadOnly)
+                                                      : (file.setFileName(text),
+                                                         file.open(QIODevice::ReadOnly));
+        if (!opened) {
+            *error = QStringLiteral("cannot read %1: %2").arg(text, file.errorString());
+            return {};
+        }
+        return file.readAll();
+    }
+    *error = QStringLiteral("unknown value type '%1'").arg(type);
+    return {};
+}
+
+// Values that the store would accept but the program could not use.
+QString rejectReason(const QString& key, const QVariant& value)
+{
+    if (key.startsWith(QLatin1String("mindmeter.sessions."))) {
+        const std::optional<QByteArray> bytes = Defaults::toData(value);
+        if (!bytes || !SessionCodec::decodeDay(*bytes))
+            return QStringLiteral("a day must be written with -data-file as a JSON array of "
+                                  "sessions, and this one does not decode");
+    }
+    if (key == AppPreferences::idleTimeoutMinutes &&
+        Defaults::toInteger(value) > std::numeric_limits<qint64>::max() / 60)
+        return QStringLiteral("the idle time-out is too large");
+    return {};
+}
+
+} // namespace
+
+int CommandLine::defaults(const QStringList& args)
+{
+    if (args.isEmpty())
+        return usageError(QStringLiteral("defaults needs read, write or delete"));
+    const QString action = args.first();
+    const int expected = action == QLatin1String("write")    ? 4
+                         : action == QLatin1String("delete") ? 2
+                         : action == QLatin1String("read")   ? -1
+                                                             : 0;
+    if (expected == 0)
+        return usageError(QStringLiteral("unknown defaults action '%1'").arg(action));
+    if (action == QLatin1String("read") && args.size() > 2)
+        return usageError(QStringLiteral("defaults read takes at most one key"));
+    if (expected > 0 && args.size() != expected)
+        return usageError(action == QLatin1String("write")
+                              ? QStringLiteral("defaults write needs KEY TYPE VALUE")
+                              : QStringLiteral("defaults delete needs KEY"));
+    if (args.size() > 1 && args[1].isEmpty())
+        return usageError(QStringLiteral("the key is empty"));
+
+    // Check the value before opening the store, so a bad command line writes nothing.
+    QVariant newValue;
+    if (action == QLatin1String("write")) {
+        QString error;
+        newValue = parseWriteValue(args[2], args[3], m_in, &error);
+        if (!newValue.isValid())
+            return usageError(error);
+        const QString reason = rejectReason(args[1], newValue);
+        if (!reason.isEmpty())
+            return usageError(reason);
+    }
+
+    QString error;
+    std::unique_ptr<SqliteDefaults> store = SqliteDefaults::open(SqliteDefaults::defaultPath(), &error);
+    if (!store)
+        return failure(error);
+
+    if (action == QLatin1String("write")) {
+        if (!store->setValue(args[1], newValue))
+            return failure(QStringLiteral("cannot write %1: %2").arg(args[1], store->lastError()));
+        return 0;
+    }
+    if (action == QLatin1String("delete")) {
+        bool ok = false;
+        if (!store->value(args[1], &ok).isValid())
+            return failure(ok ? QStringLiteral("no value for %1").arg(args[1])
+                              : QStringLiteral("cannot read %1: %2").arg(args[1], store->lastError()));
+        if (!store->remove(args[1]))
+            return failure(QStringLiteral("cannot delete %1: %2").arg(args[1], store->lastError()));
+        return 0;
+    }
+
+    if (args.size() == 2) {
+        bool ok = false;
+        const QVariant v = store->value(args[1], &ok);
+        if (!v.isValid())
+            return failure(ok ? QStringLiteral("no value for %1").arg(args[1])
+                              : QStringLiteral("cannot read %1: %2").arg(args[1], store->lastError()));
+        if (v.typeId() == QMetaType::QByteArray) {
+            // Data is written out as it is stored, so a day can be piped into a JSON tool.
+            printBytes(v.toByteArray());
+            if (!v.toByteArray().endsWith('\n'))
+                print(QStringLiteral("\n"));
+        } else {
+            print(Defaults::toString(v).value_or(QString()) + u'\n');
+        }
+        return 0;
+    }
+
+    QString listing = QStringLiteral("{\n");
+    for (const QString& key : store->keys())
+        listing += QStringLiteral("    \"%1\" = %2;\n").arg(key, printableValue(store->value(key)));
+    listing += QStringLiteral("}\n");
+    print(listing);
+    return 0;
+}
+
+// --- status and history ------------------------------------------------------------------
+
+int CommandLine::status(const QStringList& args)
+{
+    bool json = false;
+    for (const QString& a : args) {
+        if (a == QLatin1String("--json"))
+            json = true;
+        else
+            return usageError(QStringLiteral("status does not take '%1'").arg(a));
+    }
+    QString error;
+    std::unique_ptr<SqliteDefaults> store = SqliteDefaults::open(SqliteDefaults::defaultPath(), &error);
+    if (!store)
+        return failure(error);
+
+    DayStore day(*store, m_clock);
+    day.waitForHistory();
+    const HistoryResult& h = day.history();
+    const QString dayText = DayKeys::dayText(m_clock.now());
+
+    if (json) {
+        QJsonObject byType;
+        for (auto it = day.tokensByType().cbegin(); it != day.tokensByType().cend(); ++it)
+            byType.insert(TokenTypes::rawValue(it.key()), it.value());
+        QJsonArray buckets;
+        for (const HourBucket& b : day.hourlyBuckets(8))
+            buckets.append(QJsonObject{{QStringLiteral("hour"), b.hour},
+                                       {QStringLiteral("label"), b.label},
+                                       {QStringLiteral("tokens"), b.tokens}});
+        const QJsonObject o{
+            {QStringLiteral("day"), dayText},
+            {QStringLiteral("totalWeighted"), day.totalWeighted()},
+            {QStringLiteral("tokensByType"), byType},
+            {QStringLiteral("contextSaturation"), day.contextSaturation()},
+            {QStringLiteral("temperature"), day.temperature()},
+            {QStringLiteral("sessionCount"), qint64(day.sessions().size())},
+            {QStringLiteral("recoveredTokens"), day.recoveredTokens()},
+            {QStringLiteral("velocityLastHour"), day.velocityLastHour()},
+            {QStringLiteral("hourlyBuckets"), buckets},
+            {QStringLiteral("peakHour"), peakHourJson(h.peakHourData)},
+            {QStringLiteral("peakDayOfWeek"),
+             h.peakDayOfWeek ? QJsonValue(*h.peakDayOfWeek) : QJsonValue()},
+            {QStringLiteral("weekOverWeek"), weekOverWeekJson(h.weekOverWeekData)},
+        };
+        printBytes(QJsonDocument(o).toJson(QJsonDocument::Indented));
+        return 0;
+    }
+
+    const qint64 baseline = AppPreferences::dailyBaseline(*store);
+    QString text = QStringLiteral("Today %1: %2 of %3 tokens (%4)\n")
+                       .arg(dayText, formatK(day.totalWeighted()), formatK(baseline),
+                            percent(day.contextSaturation()));
+    QStringList parts;
+    for (TokenType t : TokenTypes::allCases)
+        if (day.tokensByType().contains(t))
+            parts << QStringLiteral("%1 %2").arg(TokenTypes::label(t),
+                                                 formatK(day.tokensByType().value(t)));
+    if (!parts.isEmpty())
+        text += QStringLiteral("  %1\n").arg(parts.join(QStringLiteral(" · ")));
+    text += QStringLiteral("  Temperature %1 · %2 sessions · %3 recovered · %4 in the last hour\n")
+                .arg(percent(day.temperature()))
+                .arg(day.sessions().size())
+                .arg(formatK(day.recoveredTokens()), formatK(day.velocityLastHour()));
+    if (h.peakHourData)
+        text += QStringLiteral("  Peak hour %1").arg(h.peakHourData->label);
+    if (h.peakDayOfWeek)
+        text += QStringLiteral("%1Peak day %2")
+                    .arg(h.peakHourData ? QStringLiteral(" · ") : QStringLiteral("  "),
+                         *h.peakDayOfWeek);
+    if (h.peakHourData || h.peakDayOfWeek)
+        text += u'\n';
+    if (h.weekOverWeekData)
+        text += QStringLiteral("  This week %1 · last week %2 (%3%4)\n")
+                    .arg(formatK(h.weekOverWeekData->thisWeek),
+                         formatK(h.weekOverWeekData->lastWeek),
+                         h.weekOverWeekData->change >= 0 ? QStringLiteral("+") : QString(),
+                         percent(h.weekOverWeekData->change));
+    print(text);
+    return 0;
+}
+
+int CommandLine::history(const QStringList& args)
+{
+    bool json = false;
+    int days = HistoryCalculator::historyDays;
+    for (qsizetype i = 0; i < args.size(); ++i) {
+        if (args[i] == QLatin1String("--json")) {
+            json = true;
+        } else if (args[i] == QLatin1String("--days")) {
+            if (i + 1 >= args.size())
+                return usageError(QStringLiteral("--days needs a number"));
+            bool ok = false;
+            days = args[++i].toInt(&ok);
+            if (!ok || days < 1 || days > HistoryCalculator::historyDays)
+                return usageError(QStringLiteral("--days takes a number from 1 to %1")
+                                      .arg(HistoryCalculator::historyDays));
+        } else {
+            return usageError(QStringLiteral("history does not take '%1'").arg(args[i]));
+        }
+    }
+    QString error;
+    std::unique_ptr<SqliteDefaults> store = SqliteDefaults::open(SqliteDefaults::defaultPath(), &error);
+    if (!store)
+        return failure(error);
+
+    DayStore day(*store, m_clock);
+    day.waitForHistory();
+    const HistoryResult& h = day.history();
+    const QDate oldest = m_clock.now().toLocalTime().date().addDays(-(days - 1));
+    QList<DayRow> rows;
+    for (const DayRow& r : h.extendedHistory)
+        if (r.date.toLocalTime().date() >= oldest)
+            rows.append(r);
+
+    if (json) {
+        QJsonArray list;
+        for (const DayRow& r : rows)
+            list.append(rowJson(r));
+        const QJsonObject o{{QStringLiteral("days"), list},
+                            {QStringLiteral("weekOverWeek"), weekOverWeekJson(h.weekOverWeekData)},
+                            {QStringLiteral("peakHour"), peakHourJson(h.peakHourData)},
+                            {QStringLiteral("peakDayOfWeek"),
+                             h.peakDayOfWeek ? QJsonValue(*h.peakDayOfWeek) : QJsonValue()}};
+        printBytes(QJsonDocument(o).toJson(QJsonDocument::Indented));
+        return 0;
+    }
+    QString text;
+    for (const DayRow& r : rows)
+        text += QStringLiteral("%1  %2  %3\n")
+                    .arg(DayKeys::dayText(r.date), r.label.leftJustified(6), formatK(r.tokens));
+    print(text);
+    return 0;
+}

@@ -1,0 +1,41 @@
+#pragma once
+
+#include <QString>
+#include <QStringList>
+
+#include <cstdio>
+
+class Clock;
+
+// The verbs of `mindmeter VERB ...`: each does its work over the settings store and
+// exits, with no tray and no display.
+//
+// Exit status: 0 on success, 1 when the work failed (store unreadable, key missing,
+// write failed), 2 for a usage error (unknown verb, missing or bad argument); a usage
+// error never writes anything.
+class CommandLine {
+public:
+    CommandLine(const Clock& clock, FILE* out, FILE* err, FILE* in = stdin);
+
+    // True when args (without the program name) start with a verb this class handles.
+    static bool handles(const QStringList& args);
+
+    int run(const QStringList& args);
+
+    static QString usage();
+
+private:
+    int usageError(const QString& message);
+    int failure(const QString& message);
+    void print(const QString& text);
+    void printBytes(const QByteArray& bytes);
+
+    int defaults(const QStringList& args);
+    int status(const QStringList& args);
+    int history(const QStringList& args);
+
+    const Clock& m_clock;
+    FILE* m_out;
+    FILE* m_err;
+    FILE* m_in;
+};

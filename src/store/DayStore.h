@@ -1,0 +1,159 @@
+#pragma once
+
+#include "HistoryCalculator.h"
+#include "HistoryTypes.h"
+
+#include "model/ActivitySession.h"
+#include "model/TokenType.h"
+#include "platform/Clock.h"
+#include "platform/Defaults.h"
+
+#include <QDateTime>
+#include <QList>
+#include <QMap>
+#include <QObject>
+#include <QThreadPool>
+#include <QTimer>
+#include <QVariant>
+
+#include <memory>
+
+// Today's ledger and the history derived from the stored days.
+//
+// Every mutation runs on the thread the store lives on (the main thread): the public
+// operations post their work there and return at once, so they may be called from any
+// thread. Published values change only there and notify on every assignment.
+class DayStore : public QObject {
+    Q_OBJECT
+    Q_PROPERTY(QVariantList sessions READ sessionsVariant NOTIFY sessionsChanged)
+    Q_PROPERTY(qint64 totalWeighted READ totalWeighted NOTIFY totalWeightedChanged)
+    Q_PROPERTY(QVariantMap tokensByType READ tokensByTypeVariant NOTIFY tokensByTypeChanged)
+    Q_PROPERTY(double contextSaturation READ contextSaturation NOTIFY totalWeightedChanged)
+    Q_PROPERTY(double temperature READ temperature NOTIFY tokensByTypeChanged)
+    Q_PROPERTY(QVariantList historicalDays READ historicalDaysVariant NOTIFY historicalDaysChanged)
+    Q_PROPERTY(
+        QVariantList extendedHistory READ extendedHistoryVariant NOTIFY extendedHistoryChanged)
+    Q_PROPERTY(QVariantList weeklyData READ weeklyDataVariant NOTIFY weeklyDataChanged)
+    Q_PROPERTY(QVariant peakHourData READ peakHourDataVariant NOTIFY peakHourDataChanged)
+    Q_PROPERTY(
+        QVariant weekOverWeekData READ weekOverWeekDataVariant NOTIFY weekOverWeekDataChanged)
+    Q_PROPERTY(QVariant peakDayOfWeek READ peakDayOfWeekVariant NOTIFY peakDayOfWeekChanged)
+    Q_PROPERTY(qint64 cachedVelocity READ cachedVelocity NOTIFY cachedVelocityChanged)
+    Q_PROPERTY(QVariantList cachedHourlyBuckets READ cachedHourlyBucketsVariant NOTIFY
+                   cachedHourlyBucketsChanged)
+
+public:
+    struct Options {
+        int historyDebounceMs = 1000;
+    };
+
+    // Loads today, starts a history computation and arms the midnight timer.
+    DayStore(Defaults& defaults, const Clock& clock, Options options, QObject* parent = nullptr);
+    DayStore(Defaults& defaults, const Clock& clock, QObject* parent = nullptr)
+        : DayStore(defaults, clock, Options{}, parent)
+    {
+    }
+    ~DayStore() override;
+
+    // The process-wide store over Defaults::standard() and the system clock.
+    static DayStore& shared();
+
+    void addSession(const ActivitySession& session);
+    void addSessions(const QList<ActivitySession>& sessions);
+    void recoverTokens(qint64 amount);
+    void handleWake();
+    void resetForDebug();
+    void refreshHistoryNow();
+    void scheduleHistoryRefresh();
+
+    const QList<ActivitySession>& sessions() const { return m_sessions; }
+    qint64 totalWeighted() const { return m_totalWeighted; }
+    const QMap<TokenType, qint64>& tokensByType() const { return m_tokensByType; }
+    qint64 recoveredTokens() const { return m_recoveredTokens; }
+    qint64 grossTokens() const { return m_grossTokens; }
+    QDateTime lastResetDate() const { return m_lastResetDate; }
+    const HistoryResult& history() const { return m_history; }
+
+    double contextSaturation() const;
+    double temperature() const;
+    qint64 velocityLastHour() const;
+    QList<HourBucket> hourlyBuckets(int last = 8) const;
+
+    // Milliseconds until the armed midnight timer fires, or -1 when none is armed.
+    int midnightTimerRemaining() const;
+    // Blocks until every started history computation has finished and been published.
+    void waitForHistory();
+
+signals:
+    void sessionsChanged();
+    void totalWeightedChanged();
+    void tokensByTypeChanged();
+    void historicalDaysChanged();
+    void extendedHistoryChanged();
+    void weeklyDataChanged();
+    void peakHourDataChanged();
+    void weekOverWeekDataChanged();
+    void peakDayOfWeekChanged();
+    void cachedVelocityChanged();
+    void cachedHourlyBucketsChanged();
+
+    // Hand-offs to the notification manager: the threshold check after every recorded
+    // session, and the end-of-day digest after every history computation (emitted from
+    // the worker thread).
+    void thresholdCheckRequested(qint64 totalWeighted);
+    void endOfDayDigestRequested(qint64 totalWeighted);
+    // After a computation's results have been published.
+    void historyPublished();
+
+private slots:
+    void midnightTick();
+
+private:
+    struct Snapshot {
+        qint64 total = 0;
+        QList<ActivitySession> sessions;
+    };
+
+    void record(const QList<ActivitySession>& sessions);
+    void persist();
+    void loadToday();
+    void scheduleMidnightReset();
+    void clearDay();
+    void startHistoryComputation(Snapshot snapshot);
+    void publishHistory(HistoryResult result);
+    void setTotal(qint64 total);
+    Snapshot snapshot() const { return {m_totalWeighted, m_sessions}; }
+    QDateTime startOfToday() const;
+
+    QVariantList sessionsVariant() const;
+    QVariantMap tokensByTypeVariant() const;
+    QVariantList historicalDaysVariant() const;
+    QVariantList extendedHistoryVariant() const;
+    QVariantList weeklyDataVariant() const;
+    QVariant peakHourDataVariant() const;
+    QVariant weekOverWeekDataVariant() const;
+    QVariant peakDayOfWeekVariant() const;
+    qint64 cachedVelocity() const { return m_history.cachedVelocity; }
+    QVariantList cachedHourlyBucketsVariant() const;
+
+    Defaults& m_defaults;
+    const Clock& m_clock;
+
+    QList<ActivitySession> m_sessions;
+    qint64 m_totalWeighted = 0;
+    QMap<TokenType, qint64> m_tokensByType;
+    qint64 m_recoveredTokens = 0;
+    qint64 m_grossTokens = 0;
+    QDateTime m_lastResetDate;
+    HistoryResult m_history;
+
+    // Set when today's stored day could not be read: the next write first merges in what
+    // was stored, so an unreadable moment never overwrites the day.
+    bool m_storedDayUnread = false;
+
+    QTimer m_midnightTimer;
+    QTimer m_historyDebounce;
+    Snapshot m_pendingSnapshot;
+    std::shared_ptr<HistoryCalculator> m_calculator;
+    QThreadPool m_historyPool;
+};

@@ -1,0 +1,286 @@
+#include "SqliteDefaults.h"
+
+#include <QDir>
+#include <QFileInfo>
+#include <QRandomGenerator>
+#include <QStandardPaths>
+
+#include <sqlite3.h>
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace {
+
+// How values are tagged in the "type" column; SQLite's own types cannot tell a boolean
+// from an integer.
+enum StoredType { Integer = 0, Real = 1, Boolean = 2, Text = 3, Blob = 4 };
+
+enum Statement { SelectValue, Upsert, Delete, SelectKeys, SelectRevision };
+
+const char* const statementTexts[] = {
+    "SELECT type, value FROM defaults WHERE key = ?1",
+    "INSERT INTO defaults(key, type, value, revision) VALUES(?1, ?2, ?3, ?4) "
+    "ON CONFLICT(key) DO UPDATE SET type = excluded.type, value = excluded.value, "
+    "revision = excluded.revision",
+    "DELETE FROM defaults WHERE key = ?1",
+    "SELECT key FROM defaults ORDER BY key",
+    "SELECT revision FROM defaults WHERE key = ?1",
+};
+
+// Resets a statement on every exit path so its read lock is released promptly.
+struct StatementScope {
+    sqlite3_stmt* stmt;
+    ~StatementScope()
+    {
+        sqlite3_reset(stmt);
+        sqlite3_clear_bindings(stmt);
+    }
+};
+
+bool ensurePrivateFolder(const QString& folder, QString* error)
+{
+    if (!QDir().mkpath(folder)) {
+        if (error)
+            *error = QStringLiteral("cannot create folder %1").arg(folder);
+        return false;
+    }
+    const QByteArray native = QFile::encodeName(folder);
+    struct stat st {};
+    if (::stat(native.constData(), &st) == 0 && (st.st_mode & 077) != 0 &&
+        st.st_uid == ::getuid())
+        ::chmod(native.constData(), 0700);
+    return true;
+}
+
+// SQLite creates files with the process umask; create the database first so that it, and
+// the -wal and -shm files that copy its permissions, are private from the start.
+bool ensurePrivateFile(const QString& path, QString* error)
+{
+    const QByteArray native = QFile::encodeName(path);
+    const int fd = ::open(native.constData(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
+    if (fd < 0) {
+        if (error)
+            *error = QStringLiteral("cannot open %1: %2").arg(path, QString::fromLocal8Bit(strerror(errno)));
+        return false;
+    }
+    ::close(fd);
+    return true;
+}
+
+} // namespace
+
+SqliteDefaults::SqliteDefaults(sqlite3* db, QString path)
+    : m_db(db)
+    , m_path(std::move(path))
+{
+}
+
+SqliteDefaults::~SqliteDefaults()
+{
+    for (sqlite3_stmt* s : m_statements)
+        sqlite3_finalize(s);
+    sqlite3_close_v2(m_db);
+}
+
+QString SqliteDefaults::defaultPath()
+{
+    QString base = qEnvironmentVariable("XDG_DATA_HOME");
+    if (base.isEmpty() || !QDir::isAbsolutePath(base))
+        base = QDir::homePath() + QStringLiteral("/.local/share");
+    return base + QStringLiteral("/mindmeter/mindmeter.sqlite3");
+}
+
+std::unique_ptr<SqliteDefaults> SqliteDefaults::open(const QString& path, QString* error)
+{
+    const bool inMemory = path == QLatin1String(":memory:");
+    if (!inMemory) {
+        if (!ensurePrivateFolder(QFileInfo(path).absolutePath(), error) ||
+            !ensurePrivateFile(path, error))
+            return nullptr;
+    }
+
+    sqlite3* db = nullptr;
+    const int flags = SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE | SQLITE_OPEN_NOMUTEX;
+    const int rc = sqlite3_open_v2(QFile::encodeName(path).constData(), &db, flags, nullptr);
+    if (rc != SQLITE_OK) {
+        if (error)
+            *error = QStringLiteral("cannot open %1: %2")
+                         .arg(path, QString::fromUtf8(db ? sqlite3_errmsg(db) : sqlite3_errstr(rc)));
+        sqlite3_close_v2(db);
+        return nullptr;
+    }
+    sqlite3_busy_timeout(db, 5000);
+
+    // WAL lets the command line read while the app writes; NORMAL sync keeps every commit
+    // atomic across crashes (only a power cut can undo the last few commits, never corrupt).
+    const char* setup = "PRAGMA journal_mode=WAL;"
+                        "PRAGMA synchronous=NORMAL;"
+                        "CREATE TABLE IF NOT EXISTS defaults("
+                        " key TEXT PRIMARY KEY NOT NULL,"
+                        " type INTEGER NOT NULL,"
+                        " value,"
+                        " revision INTEGER NOT NULL) WITHOUT ROWID;";
+    char* message = nullptr;
+    if (sqlite3_exec(db, setup, nullptr, nullptr, &message) != SQLITE_OK) {
+        if (error)
+            *error = QStringLiteral("cannot use %1: %2").arg(path, QString::fromUtf8(message));
+        sqlite3_free(message);
+        sqlite3_close_v2(db);
+        return nullptr;
+    }
+
+    std::unique_ptr<SqliteDefaults> store(new SqliteDefaults(db, path));
+    if (!store->prepare()) {
+        if (error)
+            *error = QStringLiteral("cannot use %1: %2").arg(path, store->lastError());
+        return nullptr;
+    }
+    return store;
+}
+
+bool SqliteDefaults::prepare()
+{
+    for (int i = 0; i < int(std::size(statementTexts)); ++i) {
+        if (sqlite3_prepare_v3(m_db, statementTexts[i], -1, SQLITE_PREPARE_PERSISTENT,
+                               &m_statements[i], nullptr) != SQLITE_OK) {
+            m_lastError = QString::fromUtf8(sqlite3_errmsg(m_db));
+            return false;
+        }
+    }
+    return true;
+}
+
+sqlite3_stmt* SqliteDefaults::statement(int index) const { return m_statements[index]; }
+
+QString SqliteDefaults::lastError() const
+{
+    QMutexLocker lock(&m_mutex);
+    return m_lastError;
+}
+
+QVariant SqliteDefaults::value(const QString& key, bool* ok) const
+{
+    QMutexLocker lock(&m_mutex);
+    sqlite3_stmt* s = statement(SelectValue);
+    StatementScope scope{s};
+    const QByteArray k = key.toUtf8();
+    sqlite3_bind_text(s, 1, k.constData(), int(k.size()), SQLITE_STATIC);
+    const int rc = sqlite3_step(s);
+    if (ok)
+        *ok = rc == SQLITE_ROW || rc == SQLITE_DONE;
+    if (rc != SQLITE_ROW) {
+        if (rc != SQLITE_DONE)
+            m_lastError = QString::fromUtf8(sqlite3_errmsg(m_db));
+        return {};
+    }
+    switch (sqlite3_column_int(s, 0)) {
+    case Integer:
+        return QVariant::fromValue<qint64>(sqlite3_column_int64(s, 1));
+    case Real:
+        return QVariant::fromValue(sqlite3_column_double(s, 1));
+    case Boolean:
+        return QVariant::fromValue(sqlite3_column_int64(s, 1) != 0);
+    case Text: {
+        const auto* text = reinterpret_cast<const char*>(sqlite3_column_text(s, 1));
+        return QString::fromUtf8(text, sqlite3_column_bytes(s, 1));
+    }
+    case Blob: {
+        const auto* blob = static_cast<const char*>(sqlite3_column_blob(s, 1));
+        return QByteArray(blob ? blob : "", sqlite3_column_bytes(s, 1));
+    }
+    default:
+        return {}; // a row this program did not write: treated as absent
+    }
+}
+
+bool SqliteDefaults::setValue(const QString& key, const QVariant& value)
+{
+    if (!isStorable(value))
+        return false;
+    {
+        QMutexLocker lock(&m_mutex);
+        sqlite3_stmt* s = statement(Upsert);
+        StatementScope scope{s};
+        const QByteArray k = key.toUtf8();
+        sqlite3_bind_text(s, 1, k.constData(), int(k.size()), SQLITE_STATIC);
+        QByteArray bytes;
+        switch (value.typeId()) {
+        case QMetaType::LongLong:
+            sqlite3_bind_int(s, 2, Integer);
+            sqlite3_bind_int64(s, 3, value.toLongLong());
+            break;
+        case QMetaType::Double:
+            sqlite3_bind_int(s, 2, Real);
+            sqlite3_bind_double(s, 3, value.toDouble());
+            break;
+        case QMetaType::Bool:
+            sqlite3_bind_int(s, 2, Boolean);
+            sqlite3_bind_int64(s, 3, value.toBool() ? 1 : 0);
+            break;
+        case QMetaType::QString:
+            bytes = value.toString().toUtf8();
+            sqlite3_bind_int(s, 2, Text);
+            sqlite3_bind_text(s, 3, bytes.constData(), int(bytes.size()), SQLITE_STATIC);
+            break;
+        default:
+            bytes = value.toByteArray();
+            sqlite3_bind_int(s, 2, Blob);
+            sqlite3_bind_blob(s, 3, bytes.constData(), int(bytes.size()), SQLITE_STATIC);
+            break;
+        }
+        // A random, never-zero revision: unique enough to tell any two writes apart, with no
+        // shared counter for two processes to contend on.
+        const quint64 revision = QRandomGenerator::global()->generate64() | 1u;
+        sqlite3_bind_int64(s, 4, qint64(revision >> 1));
+        if (sqlite3_step(s) != SQLITE_DONE) {
+            m_lastError = QString::fromUtf8(sqlite3_errmsg(m_db));
+            return false;
+        }
+    }
+    emit valueChanged(key);
+    return true;
+}
+
+bool SqliteDefaults::remove(const QString& key)
+{
+    {
+        QMutexLocker lock(&m_mutex);
+        sqlite3_stmt* s = statement(Delete);
+        StatementScope scope{s};
+        const QByteArray k = key.toUtf8();
+        sqlite3_bind_text(s, 1, k.constData(), int(k.size()), SQLITE_STATIC);
+        if (sqlite3_step(s) != SQLITE_DONE) {
+            m_lastError = QString::fromUtf8(sqlite3_errmsg(m_db));
+            return false;
+        }
+    }
+    emit valueChanged(key);
+    return true;
+}
+
+QStringList SqliteDefaults::keys() const
+{
+    QMutexLocker lock(&m_mutex);
+    sqlite3_stmt* s = statement(SelectKeys);
+    StatementScope scope{s};
+    QStringList result;
+    while (sqlite3_step(s) == SQLITE_ROW) {
+        const auto* text = reinterpret_cast<const char*>(sqlite3_column_text(s, 0));
+        result.append(QString::fromUtf8(text, sqlite3_column_bytes(s, 0)));
+    }
+    return result;
+}
+
+quint64 SqliteDefaults::revision(const QString& key) const
+{
+    QMutexLocker lock(&m_mutex);
+    sqlite3_stmt* s = statement(SelectRevision);
+    StatementScope scope{s};
+    const QByteArray k = key.toUtf8();
+    sqlite3_bind_text(s, 1, k.constData(), int(k.size()), SQLITE_STATIC);
+    if (sqlite3_step(s) != SQLITE_ROW)
+        return 0;
+    return quint64(sqlite3_column_int64(s, 0)) | 1u;
+}

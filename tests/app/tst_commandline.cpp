@@ -1,0 +1,244 @@
+#include "model/SessionCodec.h"
+
+#include <QDateTime>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QProcess>
+#include <QTemporaryDir>
+#include <QTest>
+#include <QUuid>
+
+#include <sys/stat.h>
+
+namespace {
+
+struct Result {
+    int exitCode = -1;
+    QByteArray out;
+    QByteArray err;
+};
+
+} // namespace
+
+// Runs the real executable against a throw-away data folder.
+class CommandLineTest : public QObject {
+    Q_OBJECT
+private slots:
+    void init();
+    void writeReadDelete();
+    void usageErrorsWriteNothing_data();
+    void usageErrorsWriteNothing();
+    void dayFromStandardInputShowsInStatus();
+    void historyOverWrittenDays();
+    void unusableStoreIsReported();
+    void helpAndVersion();
+
+private:
+    Result run(const QStringList& args, const QByteArray& input = {});
+    QString dbPath() const { return m_dir->filePath("mindmeter/mindmeter.sqlite3"); }
+    static QByteArray day(const QDate& date, const QList<QPair<QString, qint64>>& sessions);
+
+    std::unique_ptr<QTemporaryDir> m_dir;
+};
+
+void CommandLineTest::init()
+{
+    m_dir = std::make_unique<QTemporaryDir>();
+    QVERIFY(m_dir->isValid());
+}
+
+Result CommandLineTest::run(const QStringList& args, const QByteArray& input)
+{
+    QProcess p;
+    QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+    env.insert("XDG_DATA_HOME", m_dir->path());
+    env.insert("TZ", "UTC");
+    env.insert("LC_ALL", "C.UTF-8");
+    p.setProcessEnvironment(env);
+    p.start(MINDMETER_EXECUTABLE, args);
+    if (!p.waitForStarted())
+        return {};
+    p.write(input);
+    p.closeWriteChannel();
+    p.waitForFinished(30000);
+    return {p.exitStatus() == QProcess::NormalExit ? p.exitCode() : -1, p.readAllStandardOutput(),
+            p.readAllStandardError()};
+}
+
+QByteArray CommandLineTest::day(const QDate& date, const QList<QPair<QString, qint64>>& sessions)
+{
+    QList<ActivitySession> list;
+    QDateTime t(date, QTime(9, 0), Qt::UTC);
+    for (const auto& [type, raw] : sessions) {
+        const Timestamp start = Timestamp::fromDateTime(t);
+        list.append({QUuid::createUuid(), "com.apple.Terminal", "Terminal",
+                     *TokenTypes::fromRawValue(type), start, start.addSeconds(60), raw});
+        t = t.addSecs(600);
+    }
+    return SessionCodec::encodeDay(list);
+}
+
+void CommandLineTest::writeReadDelete()
+{
+    QCOMPARE(run({"defaults", "write", "mindmeter.dailyTokenBaseline", "-int", "30000"}).exitCode, 0);
+    QCOMPARE(run({"defaults", "write", "mindmeter.pro.endOfDayTime", "-float", "64800.5"}).exitCode, 0);
+    QCOMPARE(run({"defaults", "write", "mindmeter.pro.alertEnabled", "-bool", "YES"}).exitCode, 0);
+    QCOMPARE(run({"defaults", "write", "mindmeter.menuBarStyle", "-string", "countOnly"}).exitCode, 0);
+
+    Result r = run({"defaults", "read", "mindmeter.dailyTokenBaseline"});
+    QCOMPARE(r.exitCode, 0);
+    QCOMPARE(r.out, QByteArray("30000\n"));
+    QCOMPARE(run({"defaults", "read", "mindmeter.pro.endOfDayTime"}).out, QByteArray("64800.5\n"));
+    QCOMPARE(run({"defaults", "read", "mindmeter.pro.alertEnabled"}).out, QByteArray("1\n"));
+
+    r = run({"defaults", "read"});
+    QCOMPARE(r.exitCode, 0);
+    QVERIFY(r.out.contains("\"mindmeter.menuBarStyle\" = \"countOnly\";"));
+    QVERIFY(r.out.contains("\"mindmeter.dailyTokenBaseline\" = 30000;"));
+
+    QCOMPARE(run({"defaults", "delete", "mindmeter.dailyTokenBaseline"}).exitCode, 0);
+    r = run({"defaults", "read", "mindmeter.dailyTokenBaseline"});
+    QCOMPARE(r.exitCode, 1);
+    QVERIFY(r.err.contains("no value for mindmeter.dailyTokenBaseline"));
+    QCOMPARE(run({"defaults", "delete", "mindmeter.dailyTokenBaseline"}).exitCode, 1);
+
+    struct stat st {};
+    QCOMPARE(::stat(QFile::encodeName(dbPath()).constData(), &st), 0);
+    QCOMPARE(st.st_mode & 0777, mode_t(0600));
+}
+
+void CommandLineTest::usageErrorsWriteNothing_data()
+{
+    QTest::addColumn<QStringList>("args");
+    QTest::newRow("unknown verb") << QStringList{"frobnicate"};
+    QTest::newRow("defaults alone") << QStringList{"defaults"};
+    QTest::newRow("unknown action") << QStringList{"defaults", "export"};
+    QTest::newRow("write without value") << QStringList{"defaults", "write", "k", "-int"};
+    QTest::newRow("not an integer") << QStringList{"defaults", "write", "k", "-int", "12x"};
+    QTest::newRow("integer overflow")
+        << QStringList{"defaults", "write", "k", "-int", "9223372036854775808"};
+    QTest::newRow("not finite") << QStringList{"defaults", "write", "k", "-float", "inf"};
+    QTest::newRow("not a bool") << QStringList{"defaults", "write", "k", "-bool", "maybe"};
+    QTest::newRow("unknown type") << QStringList{"defaults", "write", "k", "-dict", "x"};
+    QTest::newRow("empty key") << QStringList{"defaults", "write", "", "-int", "1"};
+    QTest::newRow("missing file")
+        << QStringList{"defaults", "write", "k", "-data-file", "/nonexistent/day.json"};
+    QTest::newRow("day that does not decode")
+        << QStringList{"defaults", "write", "mindmeter.sessions.2026-05-30", "-string", "[]"};
+    QTest::newRow("idle time-out that overflows")
+        << QStringList{"defaults", "write", "mindmeter.idleTimeoutMinutes", "-int",
+                       "9223372036854775807"};
+    QTest::newRow("status option") << QStringList{"status", "--xml"};
+    QTest::newRow("history days range") << QStringList{"history", "--days", "91"};
+    QTest::newRow("history days missing") << QStringList{"history", "--days"};
+}
+
+void CommandLineTest::usageErrorsWriteNothing()
+{
+    QFETCH(QStringList, args);
+    const Result r = run(args);
+    QCOMPARE(r.exitCode, 2);
+    QVERIFY(r.out.isEmpty());
+    QVERIFY2(r.err.startsWith("mindmeter: "), r.err.constData());
+    QVERIFY(r.err.contains("mindmeter help"));
+    QCOMPARE(r.err.count('\n'), 2); // one line of error, one of hint
+    // Nothing was written: the store was not even created.
+    QVERIFY(!QFile::exists(dbPath()));
+}
+
+void CommandLineTest::dayFromStandardInputShowsInStatus()
+{
+    const QDate today = QDateTime::currentDateTimeUtc().date();
+    const QString key = "mindmeter.sessions." + today.toString(Qt::ISODate);
+    // 10 reasoning (30) + 4 ai (10) + 5 input (5) = 45.
+    const QByteArray json = day(today, {{"reasoning", 10}, {"ai", 4}, {"input", 5}});
+    Result r = run({"defaults", "write", key, "-data-file", "-"}, json);
+    QCOMPARE(r.exitCode, 0);
+    QCOMPARE(run({"defaults", "write", "mindmeter.recovery." + today.toString(Qt::ISODate),
+                  "-int", "5"}).exitCode, 0);
+    QCOMPARE(run({"defaults", "read", key}).out, json + "\n");
+
+    r = run({"status", "--json"});
+    QCOMPARE(r.exitCode, 0);
+    const QJsonObject o = QJsonDocument::fromJson(r.out).object();
+    QCOMPARE(o["day"].toString(), today.toString(Qt::ISODate));
+    QCOMPARE(o["totalWeighted"].toInteger(), 40);
+    QCOMPARE(o["recoveredTokens"].toInteger(), 5);
+    QCOMPARE(o["sessionCount"].toInteger(), 3);
+    QCOMPARE(o["tokensByType"].toObject(),
+             QJsonObject({{"reasoning", 30}, {"ai", 10}, {"input", 5}}));
+    QCOMPARE(o["contextSaturation"].toDouble(), 40.0 / 25000.0);
+    QVERIFY(o["temperature"].toDouble() > 0.6 && o["temperature"].toDouble() < 0.7);
+    QCOMPARE(o["hourlyBuckets"].toArray().size(), 8);
+    QCOMPARE(o["peakHour"].toObject()["label"].toString(), QString("9 AM")); // 30 at 9:00
+    QVERIFY(o["weekOverWeek"].isNull());
+
+    r = run({"status"});
+    QCOMPARE(r.exitCode, 0);
+    QVERIFY2(r.out.contains("40 of 25.0k tokens (0%)"), r.out.constData());
+    QVERIFY(r.out.contains("Reasoning 30"));
+}
+
+void CommandLineTest::historyOverWrittenDays()
+{
+    const QDate today = QDateTime::currentDateTimeUtc().date();
+    // Nine days of 100 input tokens (today and eight before), days 10 and 11 back empty.
+    for (int offset : {0, 1, 2, 3, 4, 5, 6, 7, 8})
+        QCOMPARE(run({"defaults", "write",
+                      "mindmeter.sessions." + today.addDays(-offset).toString(Qt::ISODate),
+                      "-data-file", "-"},
+                     day(today.addDays(-offset), {{"input", offset == 8 ? 300 : 100}})).exitCode,
+                 0);
+    Result r = run({"history", "--json"});
+    QCOMPARE(r.exitCode, 0);
+    const QJsonObject o = QJsonDocument::fromJson(r.out).object();
+    const QJsonArray days = o["days"].toArray();
+    QCOMPARE(days.size(), 9);
+    QCOMPARE(days[0].toObject()["label"].toString(), QString("Today"));
+    QCOMPARE(days[0].toObject()["isToday"].toBool(), true);
+    QCOMPARE(days[1].toObject()["label"].toString(), QString("Yest."));
+    QCOMPARE(days[2].toObject()["label"].toString(),
+             QLocale::c().toString(today.addDays(-2), "ddd"));
+    QCOMPARE(days[8].toObject()["date"].toString(), today.addDays(-8).toString(Qt::ISODate));
+    QCOMPARE(days[8].toObject()["tokens"].toInteger(), 300);
+    const QJsonObject w = o["weekOverWeek"].toObject();
+    QCOMPARE(w["this"].toInteger(), 700);
+    QCOMPARE(w["last"].toInteger(), 400);
+    QCOMPARE(w["change"].toDouble(), 0.75);
+
+    r = run({"history", "--days", "3"});
+    QCOMPARE(r.exitCode, 0);
+    QCOMPARE(r.out.count('\n'), 3);
+    QVERIFY(r.out.startsWith(today.toString(Qt::ISODate).toUtf8() + "  Today "));
+}
+
+void CommandLineTest::unusableStoreIsReported()
+{
+    QDir().mkpath(QFileInfo(dbPath()).absolutePath());
+    QFile f(dbPath());
+    QVERIFY(f.open(QIODevice::WriteOnly));
+    f.write(QByteArray(4096, 'x'));
+    f.close();
+    for (const QStringList& args : {QStringList{"status"}, QStringList{"defaults", "read"},
+                                    QStringList{"defaults", "write", "k", "-int", "1"}}) {
+        const Result r = run(args);
+        QCOMPARE(r.exitCode, 1);
+        QVERIFY2(r.err.contains("not a database"), r.err.constData());
+    }
+    QCOMPARE(QFileInfo(dbPath()).size(), 4096); // left as it was
+}
+
+void CommandLineTest::helpAndVersion()
+{
+    Result r = run({"--version"});
+    QCOMPARE(r.exitCode, 0);
+    QCOMPARE(r.out, QByteArray("v1.4.5 \xc2\xb7 2026-05-30\n"));
+    r = run({"help"});
+    QCOMPARE(r.exitCode, 0);
+    for (const char* verb : {"status", "history", "defaults read", "defaults write", "defaults delete"})
+        QVERIFY(r.out.contains(verb));
+}
+
+QTEST_GUILESS_MAIN(CommandLineTest)
+#include "tst_commandline.moc"

@@ -1,0 +1,343 @@
+#include "DeathTest.h"
+#include "FakeClock.h"
+#include "Sessions.h"
+#include "TimeZoneScope.h"
+
+#include "model/SessionCodec.h"
+#include "store/DayKeys.h"
+#include "store/DayStore.h"
+#include "store/SqliteDefaults.h"
+
+#include <QSignalSpy>
+#include <QTemporaryDir>
+#include <QTest>
+
+namespace {
+
+// A settings store whose reads can be made to fail, as a locked or damaged database would.
+class FlakyDefaults final : public Defaults {
+public:
+    explicit FlakyDefaults(Defaults& inner)
+        : m_inner(inner)
+    {
+    }
+    QVariant value(const QString& key, bool* ok) const override
+    {
+        if (failReads) {
+            if (ok)
+                *ok = false;
+            return {};
+        }
+        return m_inner.value(key, ok);
+    }
+    bool setValue(const QString& key, const QVariant& v) override { return m_inner.setValue(key, v); }
+    bool remove(const QString& key) override { return m_inner.remove(key); }
+    QStringList keys() const override { return m_inner.keys(); }
+    bool failReads = false;
+
+private:
+    Defaults& m_inner;
+};
+
+QDateTime local(int y, int m, int d, int h = 0, int min = 0)
+{
+    return QDateTime(QDate(y, m, d), QTime(h, min));
+}
+
+void settle() { QCoreApplication::processEvents(); }
+
+} // namespace
+
+class DayStoreTest : public QObject {
+    Q_OBJECT
+private slots:
+    void init();
+    void ledgerTotalsAndRecovery();
+    void emptyBatchWritesNothing();
+    void loadKeepsOnlyTodaysSessions();
+    void recoveryWithoutSessionsIsNotLoaded();
+    void corruptDayIsSetAsideAndReplaced();
+    void unreadableDayIsMergedNotOverwritten();
+    void midnightAcrossDaylightSaving_data();
+    void midnightAcrossDaylightSaving();
+    void earlyTimerOnlyRearms();
+    void writeAfterMidnightLandsUnderNewDay();
+    void wake();
+    void developerReset();
+    void overflowIsFatal();
+
+private:
+    QTemporaryDir m_dir;
+    std::unique_ptr<SqliteDefaults> m_db;
+};
+
+void DayStoreTest::init()
+{
+    m_db = SqliteDefaults::open(m_dir.filePath(QUuid::createUuid().toString() + ".sqlite3"));
+    QVERIFY(m_db);
+}
+
+void DayStoreTest::ledgerTotalsAndRecovery()
+{
+    FakeClock clock(local(2026, 5, 30, 10));
+    DayStore store(*m_db, clock);
+    QSignalSpy threshold(&store, &DayStore::thresholdCheckRequested);
+    QSignalSpy totals(&store, &DayStore::totalWeightedChanged);
+
+    store.addSession(makeSession(TokenType::reasoning, 10, clock.now()));
+    store.addSession(makeSession(TokenType::ai, 4, clock.now()));
+    QCOMPARE(store.totalWeighted(), qint64(0)); // posted, not done in the call
+    settle();
+    QCOMPARE(store.grossTokens(), qint64(40));
+    QCOMPARE(store.tokensByType(), (QMap<TokenType, qint64>{{TokenType::reasoning, 30},
+                                                            {TokenType::ai, 10}}));
+    QCOMPARE(store.totalWeighted(), qint64(40));
+    QCOMPARE(threshold.count(), 2);
+    QCOMPARE(threshold.last().at(0).toLongLong(), qint64(40));
+    QVERIFY(totals.count() >= 2);
+
+    // The day is stored whole under today's key, in the session JSON form.
+    const auto stored = SessionCodec::decodeDay(*m_db->data("mindmeter.sessions.2026-05-30"));
+    QVERIFY(stored);
+    QCOMPARE(*stored, store.sessions());
+
+    store.recoverTokens(100);
+    settle();
+    QCOMPARE(store.recoveredTokens(), qint64(40)); // capped by the gross
+    QCOMPARE(store.totalWeighted(), qint64(0));
+    QCOMPARE(m_db->integer("mindmeter.recovery.2026-05-30"), qint64(40));
+    QCOMPARE(threshold.count(), 2); // recovery does not check the threshold
+    QCOMPARE(store.grossTokens(), qint64(40));
+
+    store.addSession(makeSession(TokenType::input, 5, clock.now()));
+    settle();
+    QCOMPARE(store.totalWeighted(), qint64(5)); // later work counts in full
+
+    store.recoverTokens(-10); // a negative amount reduces recovery
+    settle();
+    QCOMPARE(store.recoveredTokens(), qint64(30));
+    QCOMPARE(store.totalWeighted(), qint64(15));
+
+    // A second store over the same file restores all of it.
+    DayStore reloaded(*m_db, clock);
+    QCOMPARE(reloaded.sessions().size(), 3);
+    QCOMPARE(reloaded.recoveredTokens(), qint64(30));
+    QCOMPARE(reloaded.totalWeighted(), qint64(15));
+}
+
+void DayStoreTest::emptyBatchWritesNothing()
+{
+    FakeClock clock(local(2026, 5, 30, 10));
+    DayStore store(*m_db, clock);
+    QSignalSpy writes(m_db.get(), &Defaults::valueChanged);
+    store.addSessions({});
+    settle();
+    QCOMPARE(writes.count(), 0);
+    QVERIFY(m_db->keys().isEmpty());
+}
+
+void DayStoreTest::loadKeepsOnlyTodaysSessions()
+{
+    FakeClock clock(local(2026, 5, 30, 0, 5));
+    const QList<ActivitySession> day = {
+        makeSession(TokenType::reasoning, 100, local(2026, 5, 29, 23, 50)), // yesterday's
+        makeSession(TokenType::output, 10, local(2026, 5, 30, 0, 0)),       // at midnight
+        makeSession(TokenType::output, 5, local(2026, 5, 30, 0, 2)),
+    };
+    m_db->setData("mindmeter.sessions.2026-05-30", SessionCodec::encodeDay(day));
+    DayStore store(*m_db, clock);
+    QCOMPARE(store.sessions().size(), 2);
+    QCOMPARE(store.grossTokens(), qint64(30));
+    QCOMPARE(store.tokensByType(), (QMap<TokenType, qint64>{{TokenType::output, 30}}));
+}
+
+void DayStoreTest::recoveryWithoutSessionsIsNotLoaded()
+{
+    FakeClock clock(local(2026, 5, 30, 10));
+    m_db->setInteger("mindmeter.recovery.2026-05-30", 500);
+    DayStore store(*m_db, clock);
+    QCOMPARE(store.recoveredTokens(), qint64(0));
+    QCOMPARE(store.totalWeighted(), qint64(0));
+}
+
+void DayStoreTest::corruptDayIsSetAsideAndReplaced()
+{
+    FakeClock clock(local(2026, 5, 30, 10));
+    const QByteArray corrupt = R"([{"id":"x","tokenType":"Reasoning"}])";
+    m_db->setData("mindmeter.sessions.2026-05-30", corrupt);
+    m_db->setInteger("mindmeter.recovery.2026-05-30", 7);
+    DayStore store(*m_db, clock);
+    QVERIFY(store.sessions().isEmpty());
+    QCOMPARE(store.recoveredTokens(), qint64(0));
+    QCOMPARE(m_db->data("mindmeter.quarantine.sessions.2026-05-30"), corrupt);
+
+    store.addSession(makeSession(TokenType::input, 3, clock.now()));
+    settle();
+    const auto stored = SessionCodec::decodeDay(*m_db->data("mindmeter.sessions.2026-05-30"));
+    QVERIFY(stored);
+    QCOMPARE(stored->size(), 1);
+}
+
+void DayStoreTest::unreadableDayIsMergedNotOverwritten()
+{
+    FakeClock clock(local(2026, 5, 30, 10));
+    const ActivitySession earlier = makeSession(TokenType::reasoning, 10, local(2026, 5, 30, 9));
+    m_db->setData("mindmeter.sessions.2026-05-30", SessionCodec::encodeDay({earlier}));
+
+    FlakyDefaults flaky(*m_db);
+    flaky.failReads = true;
+    DayStore store(flaky, clock);
+    QVERIFY(store.sessions().isEmpty());
+
+    // Still unreadable: the new session stays in memory and the stored day is untouched.
+    store.addSession(makeSession(TokenType::input, 1, clock.now()));
+    settle();
+    QCOMPARE(SessionCodec::decodeDay(*m_db->data("mindmeter.sessions.2026-05-30"))->size(), 1);
+
+    flaky.failReads = false;
+    store.addSession(makeSession(TokenType::input, 2, clock.now()));
+    settle();
+    QCOMPARE(store.sessions().size(), 3);
+    QCOMPARE(store.sessions().first(), earlier);
+    QCOMPARE(store.grossTokens(), qint64(33));
+    const auto stored = SessionCodec::decodeDay(*m_db->data("mindmeter.sessions.2026-05-30"));
+    QCOMPARE(*stored, store.sessions());
+}
+
+void DayStoreTest::midnightAcrossDaylightSaving_data()
+{
+    QTest::addColumn<QByteArray>("zone");
+    QTest::addColumn<QDateTime>("start");
+    QTest::addColumn<int>("hoursToMidnight");
+    QTest::newRow("New York, spring forward") << QByteArray("America/New_York")
+                                              << local(2026, 3, 8, 0, 0) << 23;
+    QTest::newRow("New York, fall back") << QByteArray("America/New_York")
+                                         << local(2026, 11, 1, 0, 0) << 25;
+    QTest::newRow("Berlin, spring forward") << QByteArray("Europe/Berlin")
+                                            << local(2026, 3, 29, 0, 0) << 23;
+    QTest::newRow("UTC, plain day") << QByteArray("UTC") << local(2026, 3, 8, 0, 0) << 24;
+}
+
+void DayStoreTest::midnightAcrossDaylightSaving()
+{
+    QFETCH(QByteArray, zone);
+    QFETCH(QDateTime, start);
+    QFETCH(int, hoursToMidnight);
+    TimeZoneScope tz(zone.constData());
+    // Dates are built after the zone is set, so local midnight means that zone's midnight.
+    const QDateTime dayStart(start.date(), QTime(0, 0));
+    FakeClock clock(dayStart);
+    DayStore store(*m_db, clock);
+    const int remaining = store.midnightTimerRemaining();
+    QVERIFY(qAbs(remaining - hoursToMidnight * 3600 * 1000) < 2000);
+
+    store.addSession(makeSession(TokenType::reasoning, 10, dayStart.addSecs(3600 * 5)));
+    settle();
+    clock.set(QDateTime(dayStart.date().addDays(1), QTime(0, 0, 1)));
+    QVERIFY(QMetaObject::invokeMethod(&store, "midnightTick"));
+    QVERIFY(store.sessions().isEmpty());
+    QCOMPARE(store.totalWeighted(), qint64(0));
+    QCOMPARE(store.lastResetDate(), QDateTime(dayStart.date().addDays(1), QTime(0, 0)));
+    // Re-armed for the following midnight, about a day away.
+    QVERIFY(store.midnightTimerRemaining() > 22 * 3600 * 1000);
+    // The finished day stays stored under its own key.
+    QCOMPARE(SessionCodec::decodeDay(*m_db->data(DayKeys::sessions(dayStart.date().toString(Qt::ISODate))))->size(), 1);
+}
+
+void DayStoreTest::earlyTimerOnlyRearms()
+{
+    FakeClock clock(local(2026, 5, 30, 23, 59));
+    DayStore store(*m_db, clock);
+    store.addSession(makeSession(TokenType::output, 1, clock.now()));
+    settle();
+    QVERIFY(QMetaObject::invokeMethod(&store, "midnightTick"));
+    QCOMPARE(store.sessions().size(), 1);
+    QVERIFY(qAbs(store.midnightTimerRemaining() - 60 * 1000) < 2000);
+}
+
+void DayStoreTest::writeAfterMidnightLandsUnderNewDay()
+{
+    FakeClock clock(local(2026, 5, 30, 23, 59));
+    DayStore store(*m_db, clock);
+    store.addSession(makeSession(TokenType::output, 1, clock.now()));
+    settle();
+    // Past midnight, before the timer has run: the whole list goes under the new key.
+    clock.set(local(2026, 5, 31, 0, 0).addSecs(30));
+    store.addSession(makeSession(TokenType::output, 2, clock.now()));
+    settle();
+    QCOMPARE(SessionCodec::decodeDay(*m_db->data("mindmeter.sessions.2026-05-30"))->size(), 1);
+    QCOMPARE(SessionCodec::decodeDay(*m_db->data("mindmeter.sessions.2026-05-31"))->size(), 2);
+    // Reloading the new day drops the session that began yesterday.
+    DayStore reloaded(*m_db, clock);
+    QCOMPARE(reloaded.sessions().size(), 1);
+    QCOMPARE(reloaded.grossTokens(), qint64(4));
+}
+
+void DayStoreTest::wake()
+{
+    FakeClock clock(local(2026, 5, 30, 22));
+    DayStore store(*m_db, clock);
+    store.addSession(makeSession(TokenType::reasoning, 10, clock.now()));
+    settle();
+
+    store.handleWake(); // same day: nothing changes
+    settle();
+    QCOMPARE(store.sessions().size(), 1);
+
+    // Slept through midnight; meanwhile another process recorded the new day.
+    clock.set(local(2026, 6, 1, 8));
+    m_db->setData("mindmeter.sessions.2026-06-01",
+                  SessionCodec::encodeDay({makeSession(TokenType::ai, 4, local(2026, 6, 1, 7))}));
+    m_db->setInteger("mindmeter.recovery.2026-06-01", 3);
+    store.handleWake();
+    settle();
+    QCOMPARE(store.lastResetDate(), local(2026, 6, 1));
+    QCOMPARE(store.sessions().size(), 1);
+    QCOMPARE(store.grossTokens(), qint64(10));
+    QCOMPARE(store.recoveredTokens(), qint64(3));
+    QCOMPARE(store.totalWeighted(), qint64(7));
+    QVERIFY(qAbs(store.midnightTimerRemaining() - 16 * 3600 * 1000) < 2000);
+}
+
+void DayStoreTest::developerReset()
+{
+    FakeClock clock(local(2026, 5, 30, 10));
+    DayStore store(*m_db, clock);
+    store.addSession(makeSession(TokenType::reasoning, 10, clock.now()));
+    store.recoverTokens(5);
+    settle();
+    const QDateTime resetDate = store.lastResetDate();
+    store.resetForDebug();
+    settle();
+    QCOMPARE(store.totalWeighted(), qint64(0));
+    QVERIFY(store.tokensByType().isEmpty());
+    QCOMPARE(m_db->data("mindmeter.sessions.2026-05-30"), std::optional<QByteArray>("[]"));
+    QVERIFY(!m_db->value("mindmeter.recovery.2026-05-30").isValid());
+    QCOMPARE(store.lastResetDate(), resetDate);
+    QVERIFY(store.midnightTimerRemaining() > 0);
+}
+
+void DayStoreTest::overflowIsFatal()
+{
+    FakeClock clock(local(2026, 5, 30, 10));
+    DayStore store(*m_db, clock);
+    store.waitForHistory();
+    const qint64 big = std::numeric_limits<qint64>::max() / 2;
+    QVERIFY(abortsProcess([&] {
+        store.addSessions({makeSession(TokenType::input, big, clock.now()),
+                           makeSession(TokenType::input, big, clock.now()),
+                           makeSession(TokenType::input, big, clock.now())});
+        settle();
+    }));
+    QVERIFY(abortsProcess([&] {
+        store.addSession(makeSession(TokenType::reasoning, big, clock.now())); // × 3.0
+        settle();
+    }));
+    // The same sums that fit are fine.
+    store.addSessions({makeSession(TokenType::input, big, clock.now())});
+    settle();
+    QCOMPARE(store.totalWeighted(), *ActivitySession::weighted(big, TokenType::input));
+}
+
+QTEST_GUILESS_MAIN(DayStoreTest)
+#include "tst_daystore.moc"

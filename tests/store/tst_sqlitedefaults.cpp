@@ -1,0 +1,262 @@
+#include "store/SqliteDefaults.h"
+
+#include <QCoreApplication>
+#include <QProcess>
+#include <QSignalSpy>
+#include <QTemporaryDir>
+#include <QTest>
+#include <QUuid>
+
+#include <sqlite3.h>
+
+#include <signal.h>
+#include <sys/stat.h>
+
+// The test binary doubles as a writer process: with MINDMETER_TEST_WRITER set it writes to
+// the store named there and exits, so the tests can run several writers and kill them.
+namespace {
+
+QByteArray blobFor(int writer, int round, int size)
+{
+    QByteArray b(size, char('a' + writer));
+    const QByteArray header = QByteArray::number(round).rightJustified(10, '0');
+    b.replace(0, header.size(), header);
+    return b;
+}
+
+int writerMain()
+{
+    const QStringList spec = qEnvironmentVariable("MINDMETER_TEST_WRITER").split(u'|');
+    const QString path = spec[0];
+    const int writer = spec[1].toInt();
+    const int rounds = spec[2].toInt();
+    const int blobSize = spec[3].toInt();
+    auto store = SqliteDefaults::open(path);
+    if (!store)
+        return 3;
+    for (int i = 0; rounds < 0 || i < rounds; ++i) {
+        if (!store->setInteger(QStringLiteral("w%1.%2").arg(writer).arg(i), i))
+            return 4;
+        if (!store->setData(QStringLiteral("shared"), blobFor(writer, i, blobSize)))
+            return 5;
+    }
+    return 0;
+}
+
+QProcess* startWriter(const QString& path, int writer, int rounds, int blobSize, QObject* parent)
+{
+    auto* p = new QProcess(parent);
+    QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+    env.insert("MINDMETER_TEST_WRITER",
+               QStringLiteral("%1|%2|%3|%4").arg(path).arg(writer).arg(rounds).arg(blobSize));
+    p->setProcessEnvironment(env);
+    p->start(QCoreApplication::applicationFilePath(), {});
+    return p;
+}
+
+// Whole-file check through SQLite itself.
+QString integrity(const QString& path)
+{
+    sqlite3* db = nullptr;
+    sqlite3_open_v2(QFile::encodeName(path).constData(), &db, SQLITE_OPEN_READONLY, nullptr);
+    sqlite3_stmt* s = nullptr;
+    sqlite3_prepare_v2(db, "PRAGMA integrity_check", -1, &s, nullptr);
+    QString result = sqlite3_step(s) == SQLITE_ROW
+                         ? QString::fromUtf8(reinterpret_cast<const char*>(sqlite3_column_text(s, 0)))
+                         : QStringLiteral("no answer");
+    sqlite3_finalize(s);
+    sqlite3_close(db);
+    return result;
+}
+
+} // namespace
+
+class SqliteDefaultsTest : public QObject {
+    Q_OBJECT
+private slots:
+    void init();
+    void createsPrivateFilesInWalMode();
+    void valuesKeepTheirTypeAcrossReopen();
+    void revisionsChangeOnEveryWrite();
+    void signalsChanges();
+    void defaultPathFollowsXdg();
+    void reportsWhatCannotBeOpened();
+    void twoProcessesWriteAtOnce();
+    void killedWriterLeavesWholeValues();
+
+private:
+    QTemporaryDir m_dir;
+    QString m_path;
+};
+
+void SqliteDefaultsTest::init()
+{
+    QVERIFY(m_dir.isValid());
+    m_path = m_dir.filePath(QUuid::createUuid().toString(QUuid::Id128) + "/mindmeter/mindmeter.sqlite3");
+}
+
+void SqliteDefaultsTest::createsPrivateFilesInWalMode()
+{
+    const mode_t old = ::umask(0);
+    auto store = SqliteDefaults::open(m_path);
+    ::umask(old);
+    QVERIFY(store);
+    QVERIFY(store->setInteger("k", 1));
+    struct stat st {};
+    QCOMPARE(::stat(QFile::encodeName(m_path).constData(), &st), 0);
+    QCOMPARE(st.st_mode & 0777, mode_t(0600));
+    QCOMPARE(::stat(QFile::encodeName(QFileInfo(m_path).absolutePath()).constData(), &st), 0);
+    QCOMPARE(st.st_mode & 0777, mode_t(0700));
+    QVERIFY(QFile::exists(m_path + "-wal")); // WAL mode while open
+    QCOMPARE(::stat(QFile::encodeName(m_path + "-wal").constData(), &st), 0);
+    QCOMPARE(st.st_mode & 0077, mode_t(0));
+}
+
+void SqliteDefaultsTest::valuesKeepTheirTypeAcrossReopen()
+{
+    const QByteArray binary("\0\x01\xff json", 9);
+    {
+        auto store = SqliteDefaults::open(m_path);
+        QVERIFY(store);
+        store->setInteger("i", std::numeric_limits<qint64>::min());
+        store->setReal("d", 0.1);
+        store->setBool("b", true);
+        store->setString("s", QStringLiteral("ünï ✓"));
+        store->setData("x", binary);
+        store->setData("empty", QByteArray());
+        QVERIFY(!store->setValue("bad", QVariant::fromValue(QPoint(1, 2)))); // not a stored type
+    }
+    auto store = SqliteDefaults::open(m_path);
+    QVERIFY(store);
+    QCOMPARE(store->value("i").typeId(), int(QMetaType::LongLong));
+    QCOMPARE(store->value("i").toLongLong(), std::numeric_limits<qint64>::min());
+    QCOMPARE(store->value("d").typeId(), int(QMetaType::Double));
+    QCOMPARE(store->value("d").toDouble(), 0.1);
+    QCOMPARE(store->value("b").typeId(), int(QMetaType::Bool));
+    QCOMPARE(store->value("s").toString(), QStringLiteral("ünï ✓"));
+    QCOMPARE(store->value("x").toByteArray(), binary);
+    QCOMPARE(store->value("empty").typeId(), int(QMetaType::QByteArray));
+    QCOMPARE(store->keys(), QStringList({"b", "d", "empty", "i", "s", "x"}));
+    bool ok = false;
+    QVERIFY(!store->value("missing", &ok).isValid());
+    QVERIFY(ok); // absent, not unreadable
+    QVERIFY(store->remove("s"));
+    QVERIFY(!store->value("s").isValid());
+}
+
+void SqliteDefaultsTest::revisionsChangeOnEveryWrite()
+{
+    auto store = SqliteDefaults::open(m_path);
+    QCOMPARE(store->revision("k"), quint64(0));
+    store->setData("k", "same");
+    const quint64 first = store->revision("k");
+    QVERIFY(first != 0);
+    QCOMPARE(store->revision("k"), first);
+    store->setData("k", "same"); // a rewrite counts even with equal bytes
+    QVERIFY(store->revision("k") != first);
+    store->remove("k");
+    QCOMPARE(store->revision("k"), quint64(0));
+}
+
+void SqliteDefaultsTest::signalsChanges()
+{
+    auto store = SqliteDefaults::open(m_path);
+    QSignalSpy spy(store.get(), &Defaults::valueChanged);
+    store->setInteger("a", 1);
+    store->remove("a");
+    QCOMPARE(spy.count(), 2);
+    QCOMPARE(spy.at(0).at(0).toString(), QString("a"));
+}
+
+void SqliteDefaultsTest::defaultPathFollowsXdg()
+{
+    const QByteArray saved = qgetenv("XDG_DATA_HOME");
+    qputenv("XDG_DATA_HOME", "/srv/data");
+    QCOMPARE(SqliteDefaults::defaultPath(), QString("/srv/data/mindmeter/mindmeter.sqlite3"));
+    qputenv("XDG_DATA_HOME", "relative/ignored");
+    QCOMPARE(SqliteDefaults::defaultPath(),
+             QDir::homePath() + "/.local/share/mindmeter/mindmeter.sqlite3");
+    qunsetenv("XDG_DATA_HOME");
+    QCOMPARE(SqliteDefaults::defaultPath(),
+             QDir::homePath() + "/.local/share/mindmeter/mindmeter.sqlite3");
+    qputenv("XDG_DATA_HOME", saved);
+}
+
+void SqliteDefaultsTest::reportsWhatCannotBeOpened()
+{
+    // Not a database: refused with SQLite's reason, and the file is left as it was.
+    QDir().mkpath(QFileInfo(m_path).absolutePath());
+    QFile f(m_path);
+    QVERIFY(f.open(QIODevice::WriteOnly));
+    const QByteArray junk(8192, 'j');
+    f.write(junk);
+    f.close();
+    QString error;
+    QVERIFY(!SqliteDefaults::open(m_path, &error));
+    QVERIFY2(error.contains("not a database"), qPrintable(error));
+    QVERIFY(f.open(QIODevice::ReadOnly));
+    QCOMPARE(f.readAll(), junk);
+
+    // A folder in the way of the file.
+    const QString blocked = m_dir.filePath("file-not-folder");
+    QFile(blocked).open(QIODevice::WriteOnly);
+    QVERIFY(!SqliteDefaults::open(blocked + "/mindmeter/db.sqlite3", &error));
+    QVERIFY(!error.isEmpty());
+}
+
+void SqliteDefaultsTest::twoProcessesWriteAtOnce()
+{
+    QVERIFY(SqliteDefaults::open(m_path)); // created up front, as the app would have
+    const int rounds = 150;
+    QProcess* a = startWriter(m_path, 0, rounds, 64 * 1024, this);
+    QProcess* b = startWriter(m_path, 1, rounds, 64 * 1024, this);
+    QVERIFY(a->waitForFinished(60000));
+    QVERIFY(b->waitForFinished(60000));
+    QCOMPARE(a->exitCode(), 0);
+    QCOMPARE(b->exitCode(), 0);
+
+    auto store = SqliteDefaults::open(m_path);
+    for (int w = 0; w < 2; ++w)
+        for (int i = 0; i < rounds; ++i)
+            QCOMPARE(store->integer(QStringLiteral("w%1.%2").arg(w).arg(i)), qint64(i));
+    const QByteArray shared = store->data("shared").value_or(QByteArray());
+    QVERIFY(shared == blobFor(0, rounds - 1, 64 * 1024) || shared == blobFor(1, rounds - 1, 64 * 1024));
+    QCOMPARE(integrity(m_path), QString("ok"));
+}
+
+void SqliteDefaultsTest::killedWriterLeavesWholeValues()
+{
+    QVERIFY(SqliteDefaults::open(m_path));
+    const int size = 2 * 1024 * 1024; // large enough that a kill lands inside a write
+    for (int attempt = 0; attempt < 5; ++attempt) {
+        QProcess* p = startWriter(m_path, attempt, -1, size, this);
+        QVERIFY(p->waitForStarted());
+        QTest::qWait(150 + 40 * attempt);
+        ::kill(pid_t(p->processId()), SIGKILL);
+        QVERIFY(p->waitForFinished());
+
+        QCOMPARE(integrity(m_path), QString("ok"));
+        auto store = SqliteDefaults::open(m_path);
+        QVERIFY(store);
+        const std::optional<QByteArray> shared = store->data("shared");
+        if (!shared)
+            continue; // killed before the first commit
+        // Whatever committed last is there whole: its header names a round, the rest is one
+        // writer's letter.
+        QCOMPARE(shared->size(), size);
+        const int round = shared->left(10).toInt();
+        const int writer = shared->at(10) - 'a';
+        QCOMPARE(*shared, blobFor(writer, round, size));
+    }
+}
+
+int main(int argc, char* argv[])
+{
+    if (qEnvironmentVariableIsSet("MINDMETER_TEST_WRITER"))
+        return writerMain();
+    QCoreApplication app(argc, argv);
+    SqliteDefaultsTest test;
+    return QTest::qExec(&test, argc, argv);
+}
+
+#include "tst_sqlitedefaults.moc"
