@@ -89,13 +89,25 @@ std::optional<ActivitySession> decodeSession(const QJsonValue& value)
     if (!value.isObject())
         return std::nullopt;
     const QJsonObject o = value.toObject();
-    const QJsonValue id = o.value(QLatin1String("id"));
-    const QJsonValue bundle = o.value(QLatin1String("appBundleID"));
-    const QJsonValue name = o.value(QLatin1String("appName"));
-    const QJsonValue type = o.value(QLatin1String("tokenType"));
-    const QJsonValue start = o.value(QLatin1String("startTime"));
-    const QJsonValue end = o.value(QLatin1String("endTime"));
-    const QJsonValue raw = o.value(QLatin1String("rawTokens"));
+    // One pass over the members rather than a lookup per key.
+    QJsonValue id, bundle, name, type, start, end, raw;
+    for (auto it = o.constBegin(); it != o.constEnd(); ++it) {
+        const QString k = it.key();
+        if (k == QLatin1String("id"))
+            id = it.value();
+        else if (k == QLatin1String("appBundleID"))
+            bundle = it.value();
+        else if (k == QLatin1String("appName"))
+            name = it.value();
+        else if (k == QLatin1String("tokenType"))
+            type = it.value();
+        else if (k == QLatin1String("startTime"))
+            start = it.value();
+        else if (k == QLatin1String("endTime"))
+            end = it.value();
+        else if (k == QLatin1String("rawTokens"))
+            raw = it.value();
+    }
     if (!id.isString() || !bundle.isString() || !name.isString() || !type.isString() ||
         !start.isDouble() || !end.isDouble())
         return std::nullopt;

@@ -21,7 +21,7 @@ enum Statement { SelectValue, Upsert, Delete, SelectKeys, SelectRevision };
 
 const char* const statementTexts[] = {
     "SELECT type, value FROM defaults WHERE key = ?1",
-    "INSERT INTO defaults(key, type, value, revision) VALUES(?1, ?2, ?3, ?4) "
+    "INSERT INTO defaults(key, type, revision, value) VALUES(?1, ?2, ?4, ?3) "
     "ON CONFLICT(key) DO UPDATE SET type = excluded.type, value = excluded.value, "
     "revision = excluded.revision",
     "DELETE FROM defaults WHERE key = ?1",
@@ -120,8 +120,9 @@ std::unique_ptr<SqliteDefaults> SqliteDefaults::open(const QString& path, QStrin
                         "CREATE TABLE IF NOT EXISTS defaults("
                         " key TEXT PRIMARY KEY NOT NULL,"
                         " type INTEGER NOT NULL,"
-                        " value,"
-                        " revision INTEGER NOT NULL) WITHOUT ROWID;";
+                        // Before the value, so reading it never walks a large value's pages.
+                        " revision INTEGER NOT NULL,"
+                        " value);";
     char* message = nullptr;
     if (sqlite3_exec(db, setup, nullptr, nullptr, &message) != SQLITE_OK) {
         if (error)
