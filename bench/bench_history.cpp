@@ -26,21 +26,18 @@ namespace {
 class FixedClock final : public Clock {
 public:
     explicit FixedClock(QDateTime t)
-        : m_t(std::move(t))
-    {
-    }
+        : m_t(std::move(t)) {}
     QDateTime now() const override { return m_t; }
 
 private:
     QDateTime m_t;
 };
 
-QList<ActivitySession> makeDay(const QDate& date, int count)
-{
+QList<ActivitySession> makeDay(const QDate& date, int count) {
     static const char* const apps[] = {"com.microsoft.VSCode", "com.apple.Terminal",
                                        "com.tinyspeck.slackmacgap", "com.google.Chrome", "claude"};
-    static const TokenType types[] = {TokenType::reasoning, TokenType::reasoning,
-                                      TokenType::output, TokenType::input, TokenType::ai};
+    static const TokenType types[] = {TokenType::reasoning, TokenType::reasoning, TokenType::output,
+                                      TokenType::input, TokenType::ai};
     QList<ActivitySession> day;
     day.reserve(count);
     const QDateTime start(date, QTime(8, 0));
@@ -59,14 +56,12 @@ struct Stats {
     double worst;
 };
 
-Stats stats(QList<double> ms)
-{
+Stats stats(QList<double> ms) {
     std::sort(ms.begin(), ms.end());
     return {ms[ms.size() / 2], ms[ms.size() * 95 / 100], ms.last()};
 }
 
-long residentKiB()
-{
+long residentKiB() {
     QFile f(QStringLiteral("/proc/self/status"));
     if (!f.open(QIODevice::ReadOnly))
         return -1;
@@ -78,8 +73,7 @@ long residentKiB()
 
 } // namespace
 
-int main(int argc, char* argv[])
-{
+int main(int argc, char* argv[]) {
     QCoreApplication app(argc, argv);
     const int days = argc > 1 ? std::atoi(argv[1]) : 365;
     const int perDay = argc > 2 ? std::atoi(argv[2]) : 400;
@@ -93,7 +87,8 @@ int main(int argc, char* argv[])
     fill.start();
     for (int i = 0; i < days; ++i) {
         const QDate d = today.addDays(-i);
-        db->setData(DayKeys::sessions(d.toString(Qt::ISODate)), SessionCodec::encodeDay(makeDay(d, perDay)));
+        db->setData(DayKeys::sessions(d.toString(Qt::ISODate)),
+                    SessionCodec::encodeDay(makeDay(d, perDay)));
     }
     std::printf("store: %d days x %d sessions, filled in %.0f ms, file %.1f MiB\n", days, perDay,
                 double(fill.elapsed()),
@@ -114,7 +109,8 @@ int main(int argc, char* argv[])
             // One more minute of work today, then the refresh it triggers.
             QList<ActivitySession> more = todaySessions;
             more.append(makeDay(today, 1));
-            db->setData(DayKeys::sessions(today.toString(Qt::ISODate)), SessionCodec::encodeDay(more));
+            db->setData(DayKeys::sessions(today.toString(Qt::ISODate)),
+                        SessionCodec::encodeDay(more));
             t.restart();
             calc.compute(clock.now(), 1001, more);
             warm.append(double(t.nsecsElapsed()) / 1e6);
@@ -127,7 +123,8 @@ int main(int argc, char* argv[])
                 w.median, w.p95, w.worst, static_cast<long long>(warm.size()));
 
     // addSession on a day that already holds perDay sessions, including the whole-day write.
-    db->setData(DayKeys::sessions(today.toString(Qt::ISODate)), SessionCodec::encodeDay(todaySessions));
+    db->setData(DayKeys::sessions(today.toString(Qt::ISODate)),
+                SessionCodec::encodeDay(todaySessions));
     DayStore store(*db, clock, DayStore::Options{60 * 60 * 1000});
     store.waitForHistory();
     QList<double> add;

@@ -24,8 +24,7 @@ const QStringList verbs = {QStringLiteral("defaults"), QStringLiteral("status"),
                            QStringLiteral("--help"),   QStringLiteral("-h"),
                            QStringLiteral("--version")};
 
-QString printableValue(const QVariant& v)
-{
+QString printableValue(const QVariant& v) {
     if (v.typeId() == QMetaType::QByteArray)
         return QStringLiteral("{length = %1}").arg(v.toByteArray().size());
     if (v.typeId() == QMetaType::QString)
@@ -33,23 +32,20 @@ QString printableValue(const QVariant& v)
     return Defaults::toString(v).value_or(QString());
 }
 
-QJsonObject rowJson(const DayRow& r)
-{
+QJsonObject rowJson(const DayRow& r) {
     return {{QStringLiteral("date"), DayKeys::dayText(r.date)},
             {QStringLiteral("label"), r.label},
             {QStringLiteral("tokens"), r.tokens},
             {QStringLiteral("isToday"), r.isToday}};
 }
 
-QJsonValue peakHourJson(const std::optional<PeakHour>& p)
-{
+QJsonValue peakHourJson(const std::optional<PeakHour>& p) {
     if (!p)
         return QJsonValue();
     return QJsonObject{{QStringLiteral("hour"), p->hour}, {QStringLiteral("label"), p->label}};
 }
 
-QJsonValue weekOverWeekJson(const std::optional<WeekOverWeek>& w)
-{
+QJsonValue weekOverWeekJson(const std::optional<WeekOverWeek>& w) {
     if (!w)
         return QJsonValue();
     return QJsonObject{{QStringLiteral("this"), w->thisWeek},
@@ -57,7 +53,9 @@ QJsonValue weekOverWeekJson(const std::optional<WeekOverWeek>& w)
                        {QStringLiteral("change"), w->change}};
 }
 
-QString percent(double fraction) { return QString::asprintf("%.0f%%", fraction * 100.0); }
+QString percent(double fraction) {
+    return QString::asprintf("%.0f%%", fraction * 100.0);
+}
 
 } // namespace
 
@@ -65,17 +63,13 @@ CommandLine::CommandLine(const Clock& clock, FILE* out, FILE* err, FILE* in)
     : m_clock(clock)
     , m_out(out)
     , m_err(err)
-    , m_in(in)
-{
-}
+    , m_in(in) {}
 
-bool CommandLine::handles(const QStringList& args)
-{
+bool CommandLine::handles(const QStringList& args) {
     return !args.isEmpty() && verbs.contains(args.first());
 }
 
-QString CommandLine::usage()
-{
+QString CommandLine::usage() {
     return QStringLiteral(
         "Usage: mindmeter [VERB [ARGS...]]\n"
         "\n"
@@ -91,32 +85,36 @@ QString CommandLine::usage()
         "Data lives in $XDG_DATA_HOME/mindmeter/mindmeter.sqlite3.\n");
 }
 
-void CommandLine::print(const QString& text)
-{
+void CommandLine::print(const QString& text) {
     const QByteArray bytes = text.toUtf8();
     std::fwrite(bytes.constData(), 1, size_t(bytes.size()), m_out);
 }
 
-void CommandLine::printBytes(const QByteArray& bytes)
-{
+void CommandLine::printBytes(const QByteArray& bytes) {
     std::fwrite(bytes.constData(), 1, size_t(bytes.size()), m_out);
 }
 
-int CommandLine::usageError(const QString& message)
-{
+int CommandLine::usageError(const QString& message) {
     std::fprintf(m_err, "mindmeter: %s\nTry 'mindmeter help' for usage.\n",
                  message.toUtf8().constData());
     return 2;
 }
 
-int CommandLine::failure(const QString& message)
-{
+int CommandLine::failure(const QString& message) {
     std::fprintf(m_err, "mindmeter: %s\n", message.toUtf8().constData());
     return 1;
 }
 
-int CommandLine::run(const QStringList& args)
-{
+std::unique_ptr<SqliteDefaults> CommandLine::openStore() {
+    QString error;
+    std::unique_ptr<SqliteDefaults> store =
+        SqliteDefaults::open(SqliteDefaults::defaultPath(), &error);
+    if (!store)
+        failure(error);
+    return store;
+}
+
+int CommandLine::run(const QStringList& args) {
     if (args.isEmpty())
         return usageError(QStringLiteral("no verb given"));
     const QString verb = args.first();
@@ -145,8 +143,7 @@ namespace {
 
 // Parses the TYPE VALUE pair of `defaults write`; sets *error and returns an invalid
 // variant when it is not acceptable.
-QVariant parseWriteValue(const QString& type, const QString& text, FILE* in, QString* error)
-{
+QVariant parseWriteValue(const QString& type, const QString& text, FILE* in, QString* error) {
     if (type == QLatin1String("-int") || type == QLatin1String("-integer")) {
         bool ok = false;
         const qint64 v = text.toLongLong(&ok);
@@ -176,9 +173,9 @@ QVariant parseWriteValue(const QString& type, const QString& text, FILE* in, QSt
         return text;
     if (type == QLatin1String("-data-file")) {
         QFile file;
-        const bool opened = text == QLatin1String("-") ? file.open(in, QIODevice::ReadOnly)
-                                                      : (file.setFileName(text),
-                                                         file.open(QIODevice::ReadOnly));
+        const bool opened = text == QLatin1String("-")
+                                ? file.open(in, QIODevice::ReadOnly)
+                                : (file.setFileName(text), file.open(QIODevice::ReadOnly));
         if (!opened) {
             *error = QStringLiteral("cannot read %1: %2").arg(text, file.errorString());
             return {};
@@ -190,8 +187,7 @@ QVariant parseWriteValue(const QString& type, const QString& text, FILE* in, QSt
 }
 
 // Values that the store would accept but the program could not use.
-QString rejectReason(const QString& key, const QVariant& value)
-{
+QString rejectReason(const QString& key, const QVariant& value) {
     if (key.startsWith(QLatin1String("mindmeter.sessions."))) {
         const std::optional<QByteArray> bytes = Defaults::toData(value);
         if (!bytes || !SessionCodec::decodeDay(*bytes))
@@ -206,8 +202,7 @@ QString rejectReason(const QString& key, const QVariant& value)
 
 } // namespace
 
-int CommandLine::defaults(const QStringList& args)
-{
+int CommandLine::defaults(const QStringList& args) {
     if (args.isEmpty())
         return usageError(QStringLiteral("defaults needs read, write or delete"));
     const QString action = args.first();
@@ -238,10 +233,9 @@ int CommandLine::defaults(const QStringList& args)
             return usageError(reason);
     }
 
-    QString error;
-    std::unique_ptr<SqliteDefaults> store = SqliteDefaults::open(SqliteDefaults::defaultPath(), &error);
+    std::unique_ptr<SqliteDefaults> store = openStore();
     if (!store)
-        return failure(error);
+        return 1;
 
     if (action == QLatin1String("write")) {
         if (!store->setValue(args[1], newValue))
@@ -251,8 +245,9 @@ int CommandLine::defaults(const QStringList& args)
     if (action == QLatin1String("delete")) {
         bool ok = false;
         if (!store->value(args[1], &ok).isValid())
-            return failure(ok ? QStringLiteral("no value for %1").arg(args[1])
-                              : QStringLiteral("cannot read %1: %2").arg(args[1], store->lastError()));
+            return failure(
+                ok ? QStringLiteral("no value for %1").arg(args[1])
+                   : QStringLiteral("cannot read %1: %2").arg(args[1], store->lastError()));
         if (!store->remove(args[1]))
             return failure(QStringLiteral("cannot delete %1: %2").arg(args[1], store->lastError()));
         return 0;
@@ -262,8 +257,9 @@ int CommandLine::defaults(const QStringList& args)
         bool ok = false;
         const QVariant v = store->value(args[1], &ok);
         if (!v.isValid())
-            return failure(ok ? QStringLiteral("no value for %1").arg(args[1])
-                              : QStringLiteral("cannot read %1: %2").arg(args[1], store->lastError()));
+            return failure(
+                ok ? QStringLiteral("no value for %1").arg(args[1])
+                   : QStringLiteral("cannot read %1: %2").arg(args[1], store->lastError()));
         if (v.typeId() == QMetaType::QByteArray) {
             // Data is written out as it is stored, so a day can be piped into a JSON tool.
             printBytes(v.toByteArray());
@@ -285,8 +281,7 @@ int CommandLine::defaults(const QStringList& args)
 
 // --- status and history ------------------------------------------------------------------
 
-int CommandLine::status(const QStringList& args)
-{
+int CommandLine::status(const QStringList& args) {
     bool json = false;
     for (const QString& a : args) {
         if (a == QLatin1String("--json"))
@@ -294,10 +289,9 @@ int CommandLine::status(const QStringList& args)
         else
             return usageError(QStringLiteral("status does not take '%1'").arg(a));
     }
-    QString error;
-    std::unique_ptr<SqliteDefaults> store = SqliteDefaults::open(SqliteDefaults::defaultPath(), &error);
+    std::unique_ptr<SqliteDefaults> store = openStore();
     if (!store)
-        return failure(error);
+        return 1;
 
     DayStore day(*store, m_clock);
     day.waitForHistory();
@@ -356,17 +350,16 @@ int CommandLine::status(const QStringList& args)
     if (h.peakHourData || h.peakDayOfWeek)
         text += u'\n';
     if (h.weekOverWeekData)
-        text += QStringLiteral("  This week %1 · last week %2 (%3%4)\n")
-                    .arg(formatK(h.weekOverWeekData->thisWeek),
-                         formatK(h.weekOverWeekData->lastWeek),
-                         h.weekOverWeekData->change >= 0 ? QStringLiteral("+") : QString(),
-                         percent(h.weekOverWeekData->change));
+        text +=
+            QStringLiteral("  This week %1 · last week %2 (%3%4)\n")
+                .arg(formatK(h.weekOverWeekData->thisWeek), formatK(h.weekOverWeekData->lastWeek),
+                     h.weekOverWeekData->change >= 0 ? QStringLiteral("+") : QString(),
+                     percent(h.weekOverWeekData->change));
     print(text);
     return 0;
 }
 
-int CommandLine::history(const QStringList& args)
-{
+int CommandLine::history(const QStringList& args) {
     bool json = false;
     int days = HistoryCalculator::historyDays;
     for (qsizetype i = 0; i < args.size(); ++i) {
@@ -384,10 +377,9 @@ int CommandLine::history(const QStringList& args)
             return usageError(QStringLiteral("history does not take '%1'").arg(args[i]));
         }
     }
-    QString error;
-    std::unique_ptr<SqliteDefaults> store = SqliteDefaults::open(SqliteDefaults::defaultPath(), &error);
+    std::unique_ptr<SqliteDefaults> store = openStore();
     if (!store)
-        return failure(error);
+        return 1;
 
     DayStore day(*store, m_clock);
     day.waitForHistory();

@@ -4,8 +4,10 @@
 #include <QStringList>
 
 #include <cstdio>
+#include <memory>
 
 class Clock;
+class SqliteDefaults;
 
 // The verbs of `mindmeter VERB ...`: each does its work over the settings store and
 // exits, with no tray and no display.
@@ -29,6 +31,8 @@ private:
     int failure(const QString& message);
     void print(const QString& text);
     void printBytes(const QByteArray& bytes);
+    // The user's settings store, or null after saying why it cannot be opened.
+    std::unique_ptr<SqliteDefaults> openStore();
 
     int defaults(const QStringList& args);
     int status(const QStringList& args);

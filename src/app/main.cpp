@@ -4,8 +4,7 @@
 
 #include <QCoreApplication>
 
-int main(int argc, char* argv[])
-{
+int main(int argc, char* argv[]) {
     QCoreApplication app(argc, argv);
     QCoreApplication::setApplicationName(QStringLiteral("mindmeter"));
     const QStringList args = QCoreApplication::arguments().mid(1);

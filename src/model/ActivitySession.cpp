@@ -2,8 +2,7 @@
 
 #include <cmath>
 
-std::optional<qint64> ActivitySession::weighted(qint64 rawTokens, TokenType type)
-{
+std::optional<qint64> ActivitySession::weighted(qint64 rawTokens, TokenType type) {
     const double product = double(rawTokens) * TokenTypes::weight(type);
     // 2^63 is exactly representable; every finite double below it truncates into range.
     if (!std::isfinite(product) || product >= 9223372036854775808.0 ||
@@ -12,8 +11,7 @@ std::optional<qint64> ActivitySession::weighted(qint64 rawTokens, TokenType type
     return static_cast<qint64>(product);
 }
 
-qint64 ActivitySession::weightedTokens() const
-{
+qint64 ActivitySession::weightedTokens() const {
     const std::optional<qint64> w = weighted(rawTokens, tokenType);
     if (!w)
         qFatal("weighted token count out of range: %lld raw %s tokens",

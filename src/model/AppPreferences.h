@@ -24,7 +24,8 @@ public:
         QStringLiteral("mindmeter.pro.tempAlertThreshold");
     inline static const QString proTempAlertMinutes =
         QStringLiteral("mindmeter.pro.tempAlertMinutes");
-    inline static const QString proEndOfDayEnabled = QStringLiteral("mindmeter.pro.endOfDayEnabled");
+    inline static const QString proEndOfDayEnabled =
+        QStringLiteral("mindmeter.pro.endOfDayEnabled");
     inline static const QString proEndOfDayTime = QStringLiteral("mindmeter.pro.endOfDayTime");
     // Stored as "goalEnabled": the key text is what is persisted, so it stays as it is.
     inline static const QString proDailyGoalEnabled = QStringLiteral("mindmeter.pro.goalEnabled");

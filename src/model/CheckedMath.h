@@ -6,8 +6,7 @@
 
 // Running sums of tokens trap on overflow: a wrapped total would silently corrupt the
 // day, so it is treated as a programming error and stops the process.
-inline qint64 checkedAdd(qint64 a, qint64 b)
-{
+inline qint64 checkedAdd(qint64 a, qint64 b) {
     qint64 r = 0;
     if (__builtin_add_overflow(a, b, &r))
         qFatal("token count overflow: %lld + %lld", static_cast<long long>(a),
@@ -15,8 +14,7 @@ inline qint64 checkedAdd(qint64 a, qint64 b)
     return r;
 }
 
-inline qint64 checkedMultiply(qint64 a, qint64 b)
-{
+inline qint64 checkedMultiply(qint64 a, qint64 b) {
     qint64 r = 0;
     if (__builtin_mul_overflow(a, b, &r))
         qFatal("token count overflow: %lld * %lld", static_cast<long long>(a),
@@ -25,7 +23,6 @@ inline qint64 checkedMultiply(qint64 a, qint64 b)
 }
 
 // The same additions for values that come from outside (stored days): report instead of trap.
-inline bool addWouldOverflow(qint64 a, qint64 b, qint64* result)
-{
+inline bool addWouldOverflow(qint64 a, qint64 b, qint64* result) {
     return __builtin_add_overflow(a, b, result);
 }

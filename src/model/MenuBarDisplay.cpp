@@ -2,8 +2,7 @@
 
 namespace MenuBarDisplays {
 
-QString rawValue(MenuBarDisplay display)
-{
+QString rawValue(MenuBarDisplay display) {
     switch (display) {
     case MenuBarDisplay::iconAndCount:
         return QStringLiteral("iconAndCount");
@@ -15,8 +14,7 @@ QString rawValue(MenuBarDisplay display)
     Q_UNREACHABLE();
 }
 
-std::optional<MenuBarDisplay> fromRawValue(QStringView raw)
-{
+std::optional<MenuBarDisplay> fromRawValue(QStringView raw) {
     for (MenuBarDisplay d : allCases)
         if (raw == rawValue(d))
             return d;

@@ -13,8 +13,7 @@
 namespace SessionCodec {
 namespace {
 
-void appendString(QByteArray& out, const QString& s)
-{
+void appendString(QByteArray& out, const QString& s) {
     out.append('"');
     const QByteArray utf8 = s.toUtf8();
     for (const char ch : utf8) {
@@ -57,8 +56,7 @@ void appendString(QByteArray& out, const QString& s)
     out.append('"');
 }
 
-void appendDouble(QByteArray& out, double d)
-{
+void appendDouble(QByteArray& out, double d) {
     if (!std::isfinite(d))
         d = 0.0; // JSON has no infinities; times are finite in practice
     char buf[32];
@@ -66,15 +64,13 @@ void appendDouble(QByteArray& out, double d)
     out.append(buf, res.ptr - buf);
 }
 
-void appendInteger(QByteArray& out, qint64 v)
-{
+void appendInteger(QByteArray& out, qint64 v) {
     char buf[24];
     const auto res = std::to_chars(buf, buf + sizeof buf, v);
     out.append(buf, res.ptr - buf);
 }
 
-std::optional<qint64> integerValue(const QJsonValue& v)
-{
+std::optional<qint64> integerValue(const QJsonValue& v) {
     if (!v.isDouble())
         return std::nullopt;
     // Integers that fit 64 bits are kept exactly by the parser; others arrive as doubles.
@@ -84,8 +80,7 @@ std::optional<qint64> integerValue(const QJsonValue& v)
     return std::nullopt;
 }
 
-std::optional<ActivitySession> decodeSession(const QJsonValue& value)
-{
+std::optional<ActivitySession> decodeSession(const QJsonValue& value) {
     if (!value.isObject())
         return std::nullopt;
     const QJsonObject o = value.toObject();
@@ -123,19 +118,14 @@ std::optional<ActivitySession> decodeSession(const QJsonValue& value)
     if (!rawTokens || !ActivitySession::weighted(*rawTokens, *tokenType))
         return std::nullopt;
 
-    return ActivitySession{uuid,
-                           bundle.toString(),
-                           name.toString(),
-                           *tokenType,
-                           {start.toDouble()},
-                           {end.toDouble()},
+    return ActivitySession{uuid,       bundle.toString(),  name.toString(),
+                           *tokenType, {start.toDouble()}, {end.toDouble()},
                            *rawTokens};
 }
 
 } // namespace
 
-QByteArray encodeSession(const ActivitySession& s)
-{
+QByteArray encodeSession(const ActivitySession& s) {
     QByteArray out;
     out.reserve(256);
     out.append("{\"id\":\"");
@@ -156,8 +146,7 @@ QByteArray encodeSession(const ActivitySession& s)
     return out;
 }
 
-QByteArray encodeDay(const QList<ActivitySession>& sessions)
-{
+QByteArray encodeDay(const QList<ActivitySession>& sessions) {
     QByteArray out;
     out.reserve(2 + sessions.size() * 220);
     out.append('[');
@@ -170,8 +159,7 @@ QByteArray encodeDay(const QList<ActivitySession>& sessions)
     return out;
 }
 
-std::optional<QList<ActivitySession>> decodeDay(const QByteArray& json)
-{
+std::optional<QList<ActivitySession>> decodeDay(const QByteArray& json) {
     QJsonParseError error;
     const QJsonDocument doc = QJsonDocument::fromJson(json, &error);
     if (error.error != QJsonParseError::NoError || !doc.isArray())

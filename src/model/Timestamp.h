@@ -12,14 +12,12 @@ struct Timestamp {
 
     double secondsSinceReference = 0.0;
 
-    static Timestamp fromDateTime(const QDateTime& dt)
-    {
+    static Timestamp fromDateTime(const QDateTime& dt) {
         return {double(dt.toMSecsSinceEpoch() - referenceEpochMs) / 1000.0};
     }
 
     // Times beyond about ±290,000 years are clamped so conversion stays defined.
-    QDateTime toDateTime() const
-    {
+    QDateTime toDateTime() const {
         constexpr double limit = 9.0e12; // seconds
         double s = secondsSinceReference;
         if (!(s == s))
@@ -29,8 +27,7 @@ struct Timestamp {
     }
 
     Timestamp addSeconds(double s) const { return {secondsSinceReference + s}; }
-    double operator-(const Timestamp& other) const
-    {
+    double operator-(const Timestamp& other) const {
         return secondsSinceReference - other.secondsSinceReference;
     }
     auto operator<=>(const Timestamp&) const = default;

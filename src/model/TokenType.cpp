@@ -2,8 +2,7 @@
 
 namespace TokenTypes {
 
-double weight(TokenType type)
-{
+double weight(TokenType type) {
     switch (type) {
     case TokenType::reasoning:
         return 3.0;
@@ -17,8 +16,7 @@ double weight(TokenType type)
     Q_UNREACHABLE();
 }
 
-QString rawValue(TokenType type)
-{
+QString rawValue(TokenType type) {
     switch (type) {
     case TokenType::reasoning:
         return QStringLiteral("reasoning");
@@ -32,8 +30,7 @@ QString rawValue(TokenType type)
     Q_UNREACHABLE();
 }
 
-QString label(TokenType type)
-{
+QString label(TokenType type) {
     switch (type) {
     case TokenType::reasoning:
         return QStringLiteral("Reasoning");
@@ -47,8 +44,7 @@ QString label(TokenType type)
     Q_UNREACHABLE();
 }
 
-QString symbol(TokenType type)
-{
+QString symbol(TokenType type) {
     switch (type) {
     case TokenType::reasoning:
         return QStringLiteral("bolt.fill");
@@ -62,8 +58,7 @@ QString symbol(TokenType type)
     Q_UNREACHABLE();
 }
 
-NamedColor color(TokenType type)
-{
+NamedColor color(TokenType type) {
     switch (type) {
     case TokenType::reasoning:
         return NamedColor::purple;
@@ -77,8 +72,7 @@ NamedColor color(TokenType type)
     Q_UNREACHABLE();
 }
 
-std::optional<TokenType> fromRawValue(QStringView raw)
-{
+std::optional<TokenType> fromRawValue(QStringView raw) {
     for (TokenType t : allCases)
         if (raw == rawValue(t))
             return t;

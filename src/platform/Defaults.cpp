@@ -11,11 +11,12 @@ namespace {
 
 std::atomic<Defaults*> standardDefaults{nullptr};
 
-bool isSpace(QChar c) { return c == u' ' || c == u'\t' || c == u'\n' || c == u'\r'; }
+bool isSpace(QChar c) {
+    return c == u' ' || c == u'\t' || c == u'\n' || c == u'\r';
+}
 
 // A double to integer conversion that saturates instead of invoking undefined behaviour.
-qint64 saturatingInteger(double d)
-{
+qint64 saturatingInteger(double d) {
     if (std::isnan(d))
         return 0;
     if (d >= 9223372036854775807.0)
@@ -27,8 +28,7 @@ qint64 saturatingInteger(double d)
 
 // Leading numeric text, the way NSString's integerValue reads it: optional white space,
 // an optional sign, then digits; anything after them is ignored. Saturates on overflow.
-qint64 leadingInteger(const QString& s)
-{
+qint64 leadingInteger(const QString& s) {
     qsizetype i = 0;
     while (i < s.size() && isSpace(s[i]))
         ++i;
@@ -48,8 +48,7 @@ qint64 leadingInteger(const QString& s)
 
 // Leading decimal text (NSString's doubleValue): optional white space and sign, digits with
 // an optional fraction and exponent. Always read with '.' as the decimal point.
-double leadingReal(const QString& s)
-{
+double leadingReal(const QString& s) {
     qsizetype i = 0;
     while (i < s.size() && isSpace(s[i]))
         ++i;
@@ -87,18 +86,16 @@ double leadingReal(const QString& s)
 
 } // namespace
 
-quint64 Defaults::revision(const QString& key) const
-{
+quint64 Defaults::revision(const QString& key) const {
     const QVariant v = value(key);
     if (!v.isValid())
         return 0;
-    const QByteArray bytes = v.typeId() == QMetaType::QByteArray ? v.toByteArray()
-                                                                  : v.toString().toUtf8();
+    const QByteArray bytes =
+        v.typeId() == QMetaType::QByteArray ? v.toByteArray() : v.toString().toUtf8();
     return (quint64(qHash(bytes, 0x9e3779b9u)) << 8) | quint64(v.typeId() & 0xff) | 1u;
 }
 
-qint64 Defaults::toInteger(const QVariant& v)
-{
+qint64 Defaults::toInteger(const QVariant& v) {
     switch (v.typeId()) {
     case QMetaType::LongLong:
         return v.toLongLong();
@@ -113,8 +110,7 @@ qint64 Defaults::toInteger(const QVariant& v)
     }
 }
 
-double Defaults::toReal(const QVariant& v)
-{
+double Defaults::toReal(const QVariant& v) {
     switch (v.typeId()) {
     case QMetaType::LongLong:
         return double(v.toLongLong());
@@ -129,8 +125,7 @@ double Defaults::toReal(const QVariant& v)
     }
 }
 
-bool Defaults::toBool(const QVariant& v)
-{
+bool Defaults::toBool(const QVariant& v) {
     switch (v.typeId()) {
     case QMetaType::LongLong:
         return v.toLongLong() != 0;
@@ -159,8 +154,7 @@ bool Defaults::toBool(const QVariant& v)
     }
 }
 
-std::optional<QString> Defaults::toString(const QVariant& v)
-{
+std::optional<QString> Defaults::toString(const QVariant& v) {
     switch (v.typeId()) {
     case QMetaType::QString:
         return v.toString();
@@ -175,15 +169,13 @@ std::optional<QString> Defaults::toString(const QVariant& v)
     }
 }
 
-std::optional<QByteArray> Defaults::toData(const QVariant& v)
-{
+std::optional<QByteArray> Defaults::toData(const QVariant& v) {
     if (v.typeId() == QMetaType::QByteArray)
         return v.toByteArray();
     return std::nullopt;
 }
 
-bool Defaults::isStorable(const QVariant& v)
-{
+bool Defaults::isStorable(const QVariant& v) {
     switch (v.typeId()) {
     case QMetaType::LongLong:
     case QMetaType::Double:
@@ -196,12 +188,13 @@ bool Defaults::isStorable(const QVariant& v)
     }
 }
 
-Defaults& Defaults::standard()
-{
+Defaults& Defaults::standard() {
     Defaults* d = standardDefaults.load();
     if (!d)
         qFatal("Defaults::standard() used before the settings store was opened");
     return *d;
 }
 
-void Defaults::setStandard(Defaults* defaults) { standardDefaults.store(defaults); }
+void Defaults::setStandard(Defaults* defaults) {
+    standardDefaults.store(defaults);
+}

@@ -7,16 +7,18 @@
 // (Gregorian, ASCII digits), in the time zone in force when the name is taken.
 namespace DayKeys {
 
-inline QString dayText(const QDateTime& when)
-{
+inline QString dayText(const QDateTime& when) {
     return when.toLocalTime().date().toString(QStringLiteral("yyyy-MM-dd"));
 }
 
-inline QString sessions(const QString& day) { return QStringLiteral("mindmeter.sessions.") + day; }
-inline QString recovery(const QString& day) { return QStringLiteral("mindmeter.recovery.") + day; }
+inline QString sessions(const QString& day) {
+    return QStringLiteral("mindmeter.sessions.") + day;
+}
+inline QString recovery(const QString& day) {
+    return QStringLiteral("mindmeter.recovery.") + day;
+}
 // Where an undecodable day is kept before today's first write replaces it.
-inline QString quarantine(const QString& day)
-{
+inline QString quarantine(const QString& day) {
     return QStringLiteral("mindmeter.quarantine.sessions.") + day;
 }
 

@@ -14,16 +14,14 @@
 
 namespace {
 
-QVariantMap dayRowMap(const DayRow& r)
-{
+QVariantMap dayRowMap(const DayRow& r) {
     return {{QStringLiteral("date"), r.date},
             {QStringLiteral("label"), r.label},
             {QStringLiteral("tokens"), r.tokens},
             {QStringLiteral("isToday"), r.isToday}};
 }
 
-QVariantList dayRowList(const QList<DayRow>& rows)
-{
+QVariantList dayRowList(const QList<DayRow>& rows) {
     QVariantList list;
     list.reserve(rows.size());
     for (const DayRow& r : rows)
@@ -37,8 +35,7 @@ DayStore::DayStore(Defaults& defaults, const Clock& clock, Options options, QObj
     : QObject(parent)
     , m_defaults(defaults)
     , m_clock(clock)
-    , m_calculator(std::make_shared<HistoryCalculator>(defaults))
-{
+    , m_calculator(std::make_shared<HistoryCalculator>(defaults)) {
     m_lastResetDate = startOfToday();
     m_midnightTimer.setSingleShot(true);
     // A coarse timer may fire minutes late over a day-long interval.
@@ -56,32 +53,33 @@ DayStore::DayStore(Defaults& defaults, const Clock& clock, Options options, QObj
     scheduleMidnightReset();
 }
 
-DayStore::~DayStore() { m_historyPool.waitForDone(); }
+DayStore::~DayStore() {
+    m_historyPool.waitForDone();
+}
 
-DayStore& DayStore::shared()
-{
+DayStore& DayStore::shared() {
     static DayStore* store = new DayStore(Defaults::standard(), Clock::system());
     return *store;
 }
 
-QDateTime DayStore::startOfToday() const
-{
+QDateTime DayStore::startOfToday() const {
     return m_clock.now().toLocalTime().date().startOfDay();
 }
 
 // --- Recording ---------------------------------------------------------------------------
 
-void DayStore::addSession(const ActivitySession& session) { addSessions({session}); }
-
-void DayStore::addSessions(const QList<ActivitySession>& sessions)
-{
-    if (sessions.isEmpty())
-        return;
-    QMetaObject::invokeMethod(this, [this, sessions] { record(sessions); }, Qt::QueuedConnection);
+void DayStore::addSession(const ActivitySession& session) {
+    addSessions({session});
 }
 
-void DayStore::record(const QList<ActivitySession>& sessions)
-{
+void DayStore::addSessions(const QList<ActivitySession>& sessions) {
+    if (sessions.isEmpty())
+        return;
+    QMetaObject::invokeMethod(
+        this, [this, sessions] { record(sessions); }, Qt::QueuedConnection);
+}
+
+void DayStore::record(const QList<ActivitySession>& sessions) {
     for (const ActivitySession& s : sessions) {
         const qint64 w = s.weightedTokens();
         m_sessions.append(s);
@@ -96,8 +94,7 @@ void DayStore::record(const QList<ActivitySession>& sessions)
     emit thresholdCheckRequested(m_totalWeighted);
 }
 
-void DayStore::recoverTokens(qint64 amount)
-{
+void DayStore::recoverTokens(qint64 amount) {
     QMetaObject::invokeMethod(
         this,
         [this, amount] {
@@ -110,16 +107,14 @@ void DayStore::recoverTokens(qint64 amount)
         Qt::QueuedConnection);
 }
 
-void DayStore::setTotal(qint64 total)
-{
+void DayStore::setTotal(qint64 total) {
     m_totalWeighted = total;
     emit totalWeightedChanged();
 }
 
 // --- Persistence -------------------------------------------------------------------------
 
-void DayStore::persist()
-{
+void DayStore::persist() {
     const QString key = DayKeys::sessions(DayKeys::dayText(m_clock.now()));
     if (m_storedDayUnread) {
         // Today could not be read at start; keep whatever was stored alongside our sessions.
@@ -153,8 +148,7 @@ void DayStore::persist()
     m_defaults.setData(key, SessionCodec::encodeDay(m_sessions));
 }
 
-void DayStore::loadToday()
-{
+void DayStore::loadToday() {
     const QString day = DayKeys::dayText(m_clock.now());
     bool ok = false;
     const QVariant stored = m_defaults.value(DayKeys::sessions(day), &ok);
@@ -183,8 +177,8 @@ void DayStore::loadToday()
     m_tokensByType.clear();
     for (const ActivitySession& s : std::as_const(m_sessions)) {
         m_grossTokens = checkedAdd(m_grossTokens, s.weightedTokens());
-        m_tokensByType[s.tokenType] = checkedAdd(m_tokensByType.value(s.tokenType, 0),
-                                                 s.weightedTokens());
+        m_tokensByType[s.tokenType] =
+            checkedAdd(m_tokensByType.value(s.tokenType, 0), s.weightedTokens());
     }
     emit sessionsChanged();
     emit tokensByTypeChanged();
@@ -193,8 +187,7 @@ void DayStore::loadToday()
 
 // --- Day changes -------------------------------------------------------------------------
 
-void DayStore::scheduleMidnightReset()
-{
+void DayStore::scheduleMidnightReset() {
     m_midnightTimer.stop();
     const QDateTime now = m_clock.now();
     const QDateTime nextMidnight = now.toLocalTime().date().addDays(1).startOfDay();
@@ -206,13 +199,11 @@ void DayStore::scheduleMidnightReset()
     m_midnightTimer.start(int(std::min<qint64>(ms, std::numeric_limits<int>::max())));
 }
 
-int DayStore::midnightTimerRemaining() const
-{
+int DayStore::midnightTimerRemaining() const {
     return m_midnightTimer.isActive() ? m_midnightTimer.remainingTime() : -1;
 }
 
-void DayStore::clearDay()
-{
+void DayStore::clearDay() {
     m_sessions.clear();
     m_grossTokens = 0;
     m_tokensByType.clear();
@@ -222,8 +213,7 @@ void DayStore::clearDay()
     setTotal(0);
 }
 
-void DayStore::midnightTick()
-{
+void DayStore::midnightTick() {
     const QDateTime today = startOfToday();
     if (today > m_lastResetDate) {
         m_lastResetDate = today;
@@ -235,8 +225,7 @@ void DayStore::midnightTick()
     }
 }
 
-void DayStore::handleWake()
-{
+void DayStore::handleWake() {
     QMetaObject::invokeMethod(
         this,
         [this] {
@@ -252,8 +241,7 @@ void DayStore::handleWake()
         Qt::QueuedConnection);
 }
 
-void DayStore::resetForDebug()
-{
+void DayStore::resetForDebug() {
     QMetaObject::invokeMethod(
         this,
         [this] {
@@ -268,36 +256,36 @@ void DayStore::resetForDebug()
 
 // --- Measures ----------------------------------------------------------------------------
 
-double DayStore::contextSaturation() const
-{
-    return LoadMetrics::contextSaturation(m_totalWeighted, AppPreferences::dailyBaseline(m_defaults));
+double DayStore::contextSaturation() const {
+    return LoadMetrics::contextSaturation(m_totalWeighted,
+                                          AppPreferences::dailyBaseline(m_defaults));
 }
 
-double DayStore::temperature() const { return LoadMetrics::temperature(m_tokensByType); }
+double DayStore::temperature() const {
+    return LoadMetrics::temperature(m_tokensByType);
+}
 
-qint64 DayStore::velocityLastHour() const
-{
+qint64 DayStore::velocityLastHour() const {
     return LoadMetrics::velocity(m_sessions, m_clock.now());
 }
 
-QList<HourBucket> DayStore::hourlyBuckets(int last) const
-{
+QList<HourBucket> DayStore::hourlyBuckets(int last) const {
     return LoadMetrics::hourlyBuckets(m_sessions, m_clock.now(), last);
 }
 
 // --- History -----------------------------------------------------------------------------
 
-void DayStore::scheduleHistoryRefresh()
-{
+void DayStore::scheduleHistoryRefresh() {
     // Requests within the debounce interval coalesce into one run with the latest snapshot.
     m_pendingSnapshot = snapshot();
     m_historyDebounce.start();
 }
 
-void DayStore::refreshHistoryNow() { startHistoryComputation(snapshot()); }
+void DayStore::refreshHistoryNow() {
+    startHistoryComputation(snapshot());
+}
 
-void DayStore::startHistoryComputation(Snapshot snap)
-{
+void DayStore::startHistoryComputation(Snapshot snap) {
     const QDateTime now = m_clock.now();
     std::shared_ptr<HistoryCalculator> calculator = m_calculator;
     // The destructor waits for the pool, so the store outlives every running computation;
@@ -305,14 +293,14 @@ void DayStore::startHistoryComputation(Snapshot snap)
     m_historyPool.start([this, calculator, now, snap = std::move(snap)] {
         HistoryResult result = calculator->compute(now, snap.total, snap.sessions);
         QMetaObject::invokeMethod(
-            this, [this, result = std::move(result)]() mutable { publishHistory(std::move(result)); },
+            this,
+            [this, result = std::move(result)]() mutable { publishHistory(std::move(result)); },
             Qt::QueuedConnection);
         emit endOfDayDigestRequested(snap.total);
     });
 }
 
-void DayStore::publishHistory(HistoryResult result)
-{
+void DayStore::publishHistory(HistoryResult result) {
     m_history.historicalDays = std::move(result.historicalDays);
     emit historicalDaysChanged();
     m_history.extendedHistory = std::move(result.extendedHistory);
@@ -332,8 +320,7 @@ void DayStore::publishHistory(HistoryResult result)
     emit historyPublished();
 }
 
-void DayStore::waitForHistory()
-{
+void DayStore::waitForHistory() {
     if (m_historyDebounce.isActive()) {
         m_historyDebounce.stop();
         startHistoryComputation(std::move(m_pendingSnapshot));
@@ -344,8 +331,7 @@ void DayStore::waitForHistory()
 
 // --- QML views of the published values ---------------------------------------------------
 
-QVariantList DayStore::sessionsVariant() const
-{
+QVariantList DayStore::sessionsVariant() const {
     QVariantList list;
     list.reserve(m_sessions.size());
     for (const ActivitySession& s : m_sessions)
@@ -360,23 +346,22 @@ QVariantList DayStore::sessionsVariant() const
     return list;
 }
 
-QVariantMap DayStore::tokensByTypeVariant() const
-{
+QVariantMap DayStore::tokensByTypeVariant() const {
     QVariantMap map;
     for (auto it = m_tokensByType.cbegin(); it != m_tokensByType.cend(); ++it)
         map.insert(TokenTypes::rawValue(it.key()), it.value());
     return map;
 }
 
-QVariantList DayStore::historicalDaysVariant() const { return dayRowList(m_history.historicalDays); }
+QVariantList DayStore::historicalDaysVariant() const {
+    return dayRowList(m_history.historicalDays);
+}
 
-QVariantList DayStore::extendedHistoryVariant() const
-{
+QVariantList DayStore::extendedHistoryVariant() const {
     return dayRowList(m_history.extendedHistory);
 }
 
-QVariantList DayStore::weeklyDataVariant() const
-{
+QVariantList DayStore::weeklyDataVariant() const {
     QVariantList list;
     for (const WeekdayTokens& w : m_history.weeklyData)
         list.append(QVariantMap{{QStringLiteral("label"), w.label},
@@ -385,16 +370,14 @@ QVariantList DayStore::weeklyDataVariant() const
     return list;
 }
 
-QVariant DayStore::peakHourDataVariant() const
-{
+QVariant DayStore::peakHourDataVariant() const {
     if (!m_history.peakHourData)
         return {};
     return QVariantMap{{QStringLiteral("hour"), m_history.peakHourData->hour},
                        {QStringLiteral("label"), m_history.peakHourData->label}};
 }
 
-QVariant DayStore::weekOverWeekDataVariant() const
-{
+QVariant DayStore::weekOverWeekDataVariant() const {
     if (!m_history.weekOverWeekData)
         return {};
     return QVariantMap{{QStringLiteral("this"), m_history.weekOverWeekData->thisWeek},
@@ -402,13 +385,11 @@ QVariant DayStore::weekOverWeekDataVariant() const
                        {QStringLiteral("change"), m_history.weekOverWeekData->change}};
 }
 
-QVariant DayStore::peakDayOfWeekVariant() const
-{
+QVariant DayStore::peakDayOfWeekVariant() const {
     return m_history.peakDayOfWeek ? QVariant(*m_history.peakDayOfWeek) : QVariant();
 }
 
-QVariantList DayStore::cachedHourlyBucketsVariant() const
-{
+QVariantList DayStore::cachedHourlyBucketsVariant() const {
     QVariantList list;
     for (const HourBucket& b : m_history.cachedHourlyBuckets)
         list.append(QVariantMap{{QStringLiteral("hour"), b.hour},

@@ -50,9 +50,7 @@ public:
     // Loads today, starts a history computation and arms the midnight timer.
     DayStore(Defaults& defaults, const Clock& clock, Options options, QObject* parent = nullptr);
     DayStore(Defaults& defaults, const Clock& clock, QObject* parent = nullptr)
-        : DayStore(defaults, clock, Options{}, parent)
-    {
-    }
+        : DayStore(defaults, clock, Options{}, parent) {}
     ~DayStore() override;
 
     // The process-wide store over Defaults::standard() and the system clock.

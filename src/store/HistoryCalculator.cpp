@@ -10,12 +10,10 @@
 #include <array>
 
 HistoryCalculator::HistoryCalculator(const Defaults& defaults)
-    : m_summaries(defaults)
-{
-}
+    : m_summaries(defaults) {}
 
-std::optional<DayRow> HistoryCalculator::row(const QDateTime& now, int offset, qint64 currentTotal)
-{
+std::optional<DayRow> HistoryCalculator::row(const QDateTime& now, int offset,
+                                             qint64 currentTotal) {
     // Calendar arithmetic on the day keeps the time of day across daylight-saving changes.
     const QDateTime date = now.toLocalTime().addDays(-offset);
     if (!date.isValid())
@@ -31,8 +29,7 @@ std::optional<DayRow> HistoryCalculator::row(const QDateTime& now, int offset, q
     return DayRow{date, label, day->grossTokens, false};
 }
 
-std::optional<PeakHour> HistoryCalculator::buildPeakHour(const QDateTime& now)
-{
+std::optional<PeakHour> HistoryCalculator::buildPeakHour(const QDateTime& now) {
     std::array<qint64, 24> sums{};
     std::array<bool, 24> present{};
     const QDateTime local = now.toLocalTime();
@@ -60,8 +57,7 @@ std::optional<PeakHour> HistoryCalculator::buildPeakHour(const QDateTime& now)
     return PeakHour{*best, LoadMetrics::hourLabel(*best)};
 }
 
-std::optional<WeekOverWeek> HistoryCalculator::buildWeekOverWeek(const QList<DayRow>& history)
-{
+std::optional<WeekOverWeek> HistoryCalculator::buildWeekOverWeek(const QList<DayRow>& history) {
     if (history.size() < 8)
         return std::nullopt;
     qint64 thisWeek = 0;
@@ -77,8 +73,7 @@ std::optional<WeekOverWeek> HistoryCalculator::buildWeekOverWeek(const QList<Day
     return WeekOverWeek{thisWeek, lastWeek, change};
 }
 
-std::optional<QString> HistoryCalculator::buildPeakDayOfWeek(const QList<DayRow>& history)
-{
+std::optional<QString> HistoryCalculator::buildPeakDayOfWeek(const QList<DayRow>& history) {
     if (history.isEmpty())
         return std::nullopt;
     // Index 0 = Sunday ... 6 = Saturday.
@@ -105,8 +100,7 @@ std::optional<QString> HistoryCalculator::buildPeakDayOfWeek(const QList<DayRow>
 }
 
 HistoryResult HistoryCalculator::compute(const QDateTime& now, qint64 currentTotal,
-                                         const QList<ActivitySession>& todaySessions)
-{
+                                         const QList<ActivitySession>& todaySessions) {
     m_summaries.beginPass();
     HistoryResult r;
     for (int i = 0; i < historyDays; ++i)

@@ -8,8 +8,7 @@
 
 namespace LoadMetrics {
 
-QString hourLabel(int hour)
-{
+QString hourLabel(int hour) {
     if (hour == 0)
         return QStringLiteral("12 AM");
     if (hour == 12)
@@ -19,13 +18,11 @@ QString hourLabel(int hour)
     return QString::number(hour - 12) + QStringLiteral(" PM");
 }
 
-double contextSaturation(qint64 totalWeighted, qint64 baseline)
-{
+double contextSaturation(qint64 totalWeighted, qint64 baseline) {
     return std::min(double(totalWeighted) / double(baseline), 1.0);
 }
 
-double temperature(const QMap<TokenType, qint64>& tokensByType)
-{
+double temperature(const QMap<TokenType, qint64>& tokensByType) {
     qint64 total = 0;
     for (qint64 v : tokensByType)
         total = checkedAdd(total, v);
@@ -40,8 +37,7 @@ double temperature(const QMap<TokenType, qint64>& tokensByType)
     return std::clamp(entropy / std::log2(4.0), 0.0, 1.0);
 }
 
-qint64 velocity(const QList<ActivitySession>& sessions, const QDateTime& now)
-{
+qint64 velocity(const QList<ActivitySession>& sessions, const QDateTime& now) {
     const Timestamp cutoff = Timestamp::fromDateTime(now).addSeconds(-3600);
     qint64 sum = 0;
     for (const ActivitySession& s : sessions)
@@ -50,11 +46,12 @@ qint64 velocity(const QList<ActivitySession>& sessions, const QDateTime& now)
     return sum;
 }
 
-int localHour(const Timestamp& t) { return t.toDateTime().toLocalTime().time().hour(); }
+int localHour(const Timestamp& t) {
+    return t.toDateTime().toLocalTime().time().hour();
+}
 
 QList<HourBucket> hourlyBuckets(const QList<ActivitySession>& sessions, const QDateTime& now,
-                                int last)
-{
+                                int last) {
     if (last < 0)
         qFatal("hourlyBuckets: negative hour count %d", last);
     QList<HourBucket> buckets;

@@ -32,15 +32,13 @@ const char* const statementTexts[] = {
 // Resets a statement on every exit path so its read lock is released promptly.
 struct StatementScope {
     sqlite3_stmt* stmt;
-    ~StatementScope()
-    {
+    ~StatementScope() {
         sqlite3_reset(stmt);
         sqlite3_clear_bindings(stmt);
     }
 };
 
-bool ensurePrivateFolder(const QString& folder, QString* error)
-{
+bool ensurePrivateFolder(const QString& folder, QString* error) {
     if (!QDir().mkpath(folder)) {
         if (error)
             *error = QStringLiteral("cannot create folder %1").arg(folder);
@@ -48,21 +46,20 @@ bool ensurePrivateFolder(const QString& folder, QString* error)
     }
     const QByteArray native = QFile::encodeName(folder);
     struct stat st {};
-    if (::stat(native.constData(), &st) == 0 && (st.st_mode & 077) != 0 &&
-        st.st_uid == ::getuid())
+    if (::stat(native.constData(), &st) == 0 && (st.st_mode & 077) != 0 && st.st_uid == ::getuid())
         ::chmod(native.constData(), 0700);
     return true;
 }
 
 // SQLite creates files with the process umask; create the database first so that it, and
 // the -wal and -shm files that copy its permissions, are private from the start.
-bool ensurePrivateFile(const QString& path, QString* error)
-{
+bool ensurePrivateFile(const QString& path, QString* error) {
     const QByteArray native = QFile::encodeName(path);
     const int fd = ::open(native.constData(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
     if (fd < 0) {
         if (error)
-            *error = QStringLiteral("cannot open %1: %2").arg(path, QString::fromLocal8Bit(strerror(errno)));
+            *error = QStringLiteral("cannot open %1: %2")
+                         .arg(path, QString::fromLocal8Bit(strerror(errno)));
         return false;
     }
     ::close(fd);
@@ -73,27 +70,22 @@ bool ensurePrivateFile(const QString& path, QString* error)
 
 SqliteDefaults::SqliteDefaults(sqlite3* db, QString path)
     : m_db(db)
-    , m_path(std::move(path))
-{
-}
+    , m_path(std::move(path)) {}
 
-SqliteDefaults::~SqliteDefaults()
-{
+SqliteDefaults::~SqliteDefaults() {
     for (sqlite3_stmt* s : m_statements)
         sqlite3_finalize(s);
     sqlite3_close_v2(m_db);
 }
 
-QString SqliteDefaults::defaultPath()
-{
+QString SqliteDefaults::defaultPath() {
     QString base = qEnvironmentVariable("XDG_DATA_HOME");
     if (base.isEmpty() || !QDir::isAbsolutePath(base))
         base = QDir::homePath() + QStringLiteral("/.local/share");
     return base + QStringLiteral("/mindmeter/mindmeter.sqlite3");
 }
 
-std::unique_ptr<SqliteDefaults> SqliteDefaults::open(const QString& path, QString* error)
-{
+std::unique_ptr<SqliteDefaults> SqliteDefaults::open(const QString& path, QString* error) {
     const bool inMemory = path == QLatin1String(":memory:");
     if (!inMemory) {
         if (!ensurePrivateFolder(QFileInfo(path).absolutePath(), error) ||
@@ -106,8 +98,9 @@ std::unique_ptr<SqliteDefaults> SqliteDefaults::open(const QString& path, QStrin
     const int rc = sqlite3_open_v2(QFile::encodeName(path).constData(), &db, flags, nullptr);
     if (rc != SQLITE_OK) {
         if (error)
-            *error = QStringLiteral("cannot open %1: %2")
-                         .arg(path, QString::fromUtf8(db ? sqlite3_errmsg(db) : sqlite3_errstr(rc)));
+            *error =
+                QStringLiteral("cannot open %1: %2")
+                    .arg(path, QString::fromUtf8(db ? sqlite3_errmsg(db) : sqlite3_errstr(rc)));
         sqlite3_close_v2(db);
         return nullptr;
     }
@@ -141,8 +134,7 @@ std::unique_ptr<SqliteDefaults> SqliteDefaults::open(const QString& path, QStrin
     return store;
 }
 
-bool SqliteDefaults::prepare()
-{
+bool SqliteDefaults::prepare() {
     for (int i = 0; i < int(std::size(statementTexts)); ++i) {
         if (sqlite3_prepare_v3(m_db, statementTexts[i], -1, SQLITE_PREPARE_PERSISTENT,
                                &m_statements[i], nullptr) != SQLITE_OK) {
@@ -153,16 +145,16 @@ bool SqliteDefaults::prepare()
     return true;
 }
 
-sqlite3_stmt* SqliteDefaults::statement(int index) const { return m_statements[index]; }
+sqlite3_stmt* SqliteDefaults::statement(int index) const {
+    return m_statements[index];
+}
 
-QString SqliteDefaults::lastError() const
-{
+QString SqliteDefaults::lastError() const {
     QMutexLocker lock(&m_mutex);
     return m_lastError;
 }
 
-QVariant SqliteDefaults::value(const QString& key, bool* ok) const
-{
+QVariant SqliteDefaults::value(const QString& key, bool* ok) const {
     QMutexLocker lock(&m_mutex);
     sqlite3_stmt* s = statement(SelectValue);
     StatementScope scope{s};
@@ -196,8 +188,7 @@ QVariant SqliteDefaults::value(const QString& key, bool* ok) const
     }
 }
 
-bool SqliteDefaults::setValue(const QString& key, const QVariant& value)
-{
+bool SqliteDefaults::setValue(const QString& key, const QVariant& value) {
     if (!isStorable(value))
         return false;
     {
@@ -244,8 +235,7 @@ bool SqliteDefaults::setValue(const QString& key, const QVariant& value)
     return true;
 }
 
-bool SqliteDefaults::remove(const QString& key)
-{
+bool SqliteDefaults::remove(const QString& key) {
     {
         QMutexLocker lock(&m_mutex);
         sqlite3_stmt* s = statement(Delete);
@@ -261,8 +251,7 @@ bool SqliteDefaults::remove(const QString& key)
     return true;
 }
 
-QStringList SqliteDefaults::keys() const
-{
+QStringList SqliteDefaults::keys() const {
     QMutexLocker lock(&m_mutex);
     sqlite3_stmt* s = statement(SelectKeys);
     StatementScope scope{s};
@@ -274,8 +263,7 @@ QStringList SqliteDefaults::keys() const
     return result;
 }
 
-quint64 SqliteDefaults::revision(const QString& key) const
-{
+quint64 SqliteDefaults::revision(const QString& key) const {
     QMutexLocker lock(&m_mutex);
     sqlite3_stmt* s = statement(SelectRevision);
     StatementScope scope{s};

@@ -10,8 +10,7 @@
 
 namespace {
 
-std::optional<StoredDaySummary> decodeSummary(const QByteArray& json)
-{
+std::optional<StoredDaySummary> decodeSummary(const QByteArray& json) {
     const std::optional<QList<ActivitySession>> sessions = SessionCodec::decodeDay(json);
     if (!sessions)
         return std::nullopt;
@@ -29,12 +28,9 @@ std::optional<StoredDaySummary> decodeSummary(const QByteArray& json)
 } // namespace
 
 StoredDaySummaries::StoredDaySummaries(const Defaults& defaults)
-    : m_defaults(defaults)
-{
-}
+    : m_defaults(defaults) {}
 
-std::optional<StoredDaySummary> StoredDaySummaries::summary(const QString& day)
-{
+std::optional<StoredDaySummary> StoredDaySummaries::summary(const QString& day) {
     const QString key = DayKeys::sessions(day);
     const quint64 revision = m_defaults.revision(key);
 
@@ -61,8 +57,7 @@ std::optional<StoredDaySummary> StoredDaySummaries::summary(const QString& day)
     return decoded;
 }
 
-void StoredDaySummaries::beginPass()
-{
+void StoredDaySummaries::beginPass() {
     const QByteArray zone = QTimeZone::systemTimeZoneId();
     QMutexLocker lock(&m_mutex);
     if (zone != m_zoneId) {
@@ -79,8 +74,7 @@ void StoredDaySummaries::beginPass()
     }
 }
 
-qint64 StoredDaySummaries::decodeCount() const
-{
+qint64 StoredDaySummaries::decodeCount() const {
     QMutexLocker lock(&m_mutex);
     return m_decodeCount;
 }

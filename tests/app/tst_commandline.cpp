@@ -42,14 +42,12 @@ private:
     std::unique_ptr<QTemporaryDir> m_dir;
 };
 
-void CommandLineTest::init()
-{
+void CommandLineTest::init() {
     m_dir = std::make_unique<QTemporaryDir>();
     QVERIFY(m_dir->isValid());
 }
 
-Result CommandLineTest::run(const QStringList& args, const QByteArray& input)
-{
+Result CommandLineTest::run(const QStringList& args, const QByteArray& input) {
     QProcess p;
     QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
     env.insert("XDG_DATA_HOME", m_dir->path());
@@ -66,8 +64,7 @@ Result CommandLineTest::run(const QStringList& args, const QByteArray& input)
             p.readAllStandardError()};
 }
 
-QByteArray CommandLineTest::day(const QDate& date, const QList<QPair<QString, qint64>>& sessions)
-{
+QByteArray CommandLineTest::day(const QDate& date, const QList<QPair<QString, qint64>>& sessions) {
     QList<ActivitySession> list;
     QDateTime t(date, QTime(9, 0), Qt::UTC);
     for (const auto& [type, raw] : sessions) {
@@ -79,12 +76,14 @@ QByteArray CommandLineTest::day(const QDate& date, const QList<QPair<QString, qi
     return SessionCodec::encodeDay(list);
 }
 
-void CommandLineTest::writeReadDelete()
-{
-    QCOMPARE(run({"defaults", "write", "mindmeter.dailyTokenBaseline", "-int", "30000"}).exitCode, 0);
-    QCOMPARE(run({"defaults", "write", "mindmeter.pro.endOfDayTime", "-float", "64800.5"}).exitCode, 0);
+void CommandLineTest::writeReadDelete() {
+    QCOMPARE(run({"defaults", "write", "mindmeter.dailyTokenBaseline", "-int", "30000"}).exitCode,
+             0);
+    QCOMPARE(run({"defaults", "write", "mindmeter.pro.endOfDayTime", "-float", "64800.5"}).exitCode,
+             0);
     QCOMPARE(run({"defaults", "write", "mindmeter.pro.alertEnabled", "-bool", "YES"}).exitCode, 0);
-    QCOMPARE(run({"defaults", "write", "mindmeter.menuBarStyle", "-string", "countOnly"}).exitCode, 0);
+    QCOMPARE(run({"defaults", "write", "mindmeter.menuBarStyle", "-string", "countOnly"}).exitCode,
+             0);
 
     Result r = run({"defaults", "read", "mindmeter.dailyTokenBaseline"});
     QCOMPARE(r.exitCode, 0);
@@ -108,8 +107,7 @@ void CommandLineTest::writeReadDelete()
     QCOMPARE(st.st_mode & 0777, mode_t(0600));
 }
 
-void CommandLineTest::usageErrorsWriteNothing_data()
-{
+void CommandLineTest::usageErrorsWriteNothing_data() {
     QTest::addColumn<QStringList>("args");
     QTest::newRow("unknown verb") << QStringList{"frobnicate"};
     QTest::newRow("defaults alone") << QStringList{"defaults"};
@@ -122,20 +120,18 @@ void CommandLineTest::usageErrorsWriteNothing_data()
     QTest::newRow("not a bool") << QStringList{"defaults", "write", "k", "-bool", "maybe"};
     QTest::newRow("unknown type") << QStringList{"defaults", "write", "k", "-dict", "x"};
     QTest::newRow("empty key") << QStringList{"defaults", "write", "", "-int", "1"};
-    QTest::newRow("missing file")
-        << QStringList{"defaults", "write", "k", "-data-file", "/nonexistent/day.json"};
+    QTest::newRow("missing file") << QStringList{"defaults", "write", "k", "-data-file",
+                                                 "/nonexistent/day.json"};
     QTest::newRow("day that does not decode")
         << QStringList{"defaults", "write", "mindmeter.sessions.2026-05-30", "-string", "[]"};
-    QTest::newRow("idle time-out that overflows")
-        << QStringList{"defaults", "write", "mindmeter.idleTimeoutMinutes", "-int",
-                       "9223372036854775807"};
+    QTest::newRow("idle time-out that overflows") << QStringList{
+        "defaults", "write", "mindmeter.idleTimeoutMinutes", "-int", "9223372036854775807"};
     QTest::newRow("status option") << QStringList{"status", "--xml"};
     QTest::newRow("history days range") << QStringList{"history", "--days", "91"};
     QTest::newRow("history days missing") << QStringList{"history", "--days"};
 }
 
-void CommandLineTest::usageErrorsWriteNothing()
-{
+void CommandLineTest::usageErrorsWriteNothing() {
     QFETCH(QStringList, args);
     const Result r = run(args);
     QCOMPARE(r.exitCode, 2);
@@ -147,16 +143,17 @@ void CommandLineTest::usageErrorsWriteNothing()
     QVERIFY(!QFile::exists(dbPath()));
 }
 
-void CommandLineTest::dayFromStandardInputShowsInStatus()
-{
+void CommandLineTest::dayFromStandardInputShowsInStatus() {
     const QDate today = QDateTime::currentDateTimeUtc().date();
     const QString key = "mindmeter.sessions." + today.toString(Qt::ISODate);
     // 10 reasoning (30) + 4 ai (10) + 5 input (5) = 45.
     const QByteArray json = day(today, {{"reasoning", 10}, {"ai", 4}, {"input", 5}});
     Result r = run({"defaults", "write", key, "-data-file", "-"}, json);
     QCOMPARE(r.exitCode, 0);
-    QCOMPARE(run({"defaults", "write", "mindmeter.recovery." + today.toString(Qt::ISODate),
-                  "-int", "5"}).exitCode, 0);
+    QCOMPARE(
+        run({"defaults", "write", "mindmeter.recovery." + today.toString(Qt::ISODate), "-int", "5"})
+            .exitCode,
+        0);
     QCOMPARE(run({"defaults", "read", key}).out, json + "\n");
 
     r = run({"status", "--json"});
@@ -180,15 +177,15 @@ void CommandLineTest::dayFromStandardInputShowsInStatus()
     QVERIFY(r.out.contains("Reasoning 30"));
 }
 
-void CommandLineTest::historyOverWrittenDays()
-{
+void CommandLineTest::historyOverWrittenDays() {
     const QDate today = QDateTime::currentDateTimeUtc().date();
     // Nine days of 100 input tokens (today and eight before), days 10 and 11 back empty.
     for (int offset : {0, 1, 2, 3, 4, 5, 6, 7, 8})
         QCOMPARE(run({"defaults", "write",
                       "mindmeter.sessions." + today.addDays(-offset).toString(Qt::ISODate),
                       "-data-file", "-"},
-                     day(today.addDays(-offset), {{"input", offset == 8 ? 300 : 100}})).exitCode,
+                     day(today.addDays(-offset), {{"input", offset == 8 ? 300 : 100}}))
+                     .exitCode,
                  0);
     Result r = run({"history", "--json"});
     QCOMPARE(r.exitCode, 0);
@@ -213,8 +210,7 @@ void CommandLineTest::historyOverWrittenDays()
     QVERIFY(r.out.startsWith(today.toString(Qt::ISODate).toUtf8() + "  Today "));
 }
 
-void CommandLineTest::unusableStoreIsReported()
-{
+void CommandLineTest::unusableStoreIsReported() {
     QDir().mkpath(QFileInfo(dbPath()).absolutePath());
     QFile f(dbPath());
     QVERIFY(f.open(QIODevice::WriteOnly));
@@ -229,14 +225,14 @@ void CommandLineTest::unusableStoreIsReported()
     QCOMPARE(QFileInfo(dbPath()).size(), 4096); // left as it was
 }
 
-void CommandLineTest::helpAndVersion()
-{
+void CommandLineTest::helpAndVersion() {
     Result r = run({"--version"});
     QCOMPARE(r.exitCode, 0);
     QCOMPARE(r.out, QByteArray("v1.4.5 \xc2\xb7 2026-05-30\n"));
     r = run({"help"});
     QCOMPARE(r.exitCode, 0);
-    for (const char* verb : {"status", "history", "defaults read", "defaults write", "defaults delete"})
+    for (const char* verb :
+         {"status", "history", "defaults read", "defaults write", "defaults delete"})
         QVERIFY(r.out.contains(verb));
 }
 

@@ -26,14 +26,12 @@ private:
     std::unique_ptr<SqliteDefaults> m_db;
 };
 
-void AppPreferencesTest::init()
-{
+void AppPreferencesTest::init() {
     m_db = SqliteDefaults::open(":memory:");
     QVERIFY(m_db);
 }
 
-void AppPreferencesTest::emptyDatabaseGivesDefaults()
-{
+void AppPreferencesTest::emptyDatabaseGivesDefaults() {
     const Defaults& d = *m_db;
     QCOMPARE(AppPreferences::dailyBaseline(d), qint64(25000));
     QCOMPARE(AppPreferences::idleTimeout(d), 180.0);
@@ -51,8 +49,7 @@ void AppPreferencesTest::emptyDatabaseGivesDefaults()
     QVERIFY(m_db->keys().isEmpty()); // reading registers nothing
 }
 
-void AppPreferencesTest::integerSettingsFallBackBelowOne()
-{
+void AppPreferencesTest::integerSettingsFallBackBelowOne() {
     struct Case {
         const QString& key;
         qint64 (*getter)(const Defaults&);
@@ -80,8 +77,7 @@ void AppPreferencesTest::integerSettingsFallBackBelowOne()
     QVERIFY(AppPreferences::proDailyGoalIsEnabled(*m_db));
 }
 
-void AppPreferencesTest::idleTimeout_data()
-{
+void AppPreferencesTest::idleTimeout_data() {
     QTest::addColumn<qint64>("minutes");
     QTest::addColumn<double>("seconds");
     QTest::newRow("one minute") << qint64(1) << 60.0;
@@ -90,16 +86,14 @@ void AppPreferencesTest::idleTimeout_data()
     QTest::newRow("ten") << qint64(10) << 600.0;
 }
 
-void AppPreferencesTest::idleTimeout()
-{
+void AppPreferencesTest::idleTimeout() {
     QFETCH(qint64, minutes);
     QFETCH(double, seconds);
     m_db->setInteger(AppPreferences::idleTimeoutMinutes, minutes);
     QCOMPARE(AppPreferences::idleTimeout(*m_db), seconds);
 }
 
-void AppPreferencesTest::menuBarStyleMatchesExactly()
-{
+void AppPreferencesTest::menuBarStyleMatchesExactly() {
     m_db->setString(AppPreferences::menuBarStyle, "countOnly");
     QCOMPARE(AppPreferences::menuBarDisplay(*m_db), MenuBarDisplay::countOnly);
     m_db->setString(AppPreferences::menuBarStyle, "iconOnly");
@@ -112,8 +106,7 @@ void AppPreferencesTest::menuBarStyleMatchesExactly()
     QCOMPARE(MenuBarDisplays::fromRawValue(u"countonly"), std::nullopt);
 }
 
-void AppPreferencesTest::endOfDayTime()
-{
+void AppPreferencesTest::endOfDayTime() {
     m_db->setReal(AppPreferences::proEndOfDayTime, 0.0);
     QCOMPARE(AppPreferences::endOfDayTimeSeconds(*m_db), 66600.0);
     m_db->setReal(AppPreferences::proEndOfDayTime, -1.0);
@@ -126,8 +119,7 @@ void AppPreferencesTest::endOfDayTime()
     QCOMPARE(AppPreferences::endOfDayTimeSeconds(*m_db), 3600.0);
 }
 
-void AppPreferencesTest::readsAfreshEveryCall()
-{
+void AppPreferencesTest::readsAfreshEveryCall() {
     QCOMPARE(AppPreferences::dailyBaseline(*m_db), qint64(25000));
     m_db->setInteger(AppPreferences::dailyTokenBaseline, 30000);
     QCOMPARE(AppPreferences::dailyBaseline(*m_db), qint64(30000));
@@ -135,8 +127,7 @@ void AppPreferencesTest::readsAfreshEveryCall()
     QCOMPARE(AppPreferences::dailyBaseline(*m_db), qint64(25000));
 }
 
-void AppPreferencesTest::conversionsBetweenTypes()
-{
+void AppPreferencesTest::conversionsBetweenTypes() {
     Defaults& d = *m_db;
     d.setInteger("k", 42);
     QCOMPARE(d.real("k"), 42.0);
@@ -169,8 +160,7 @@ void AppPreferencesTest::conversionsBetweenTypes()
     QCOMPARE(d.data("absent"), std::nullopt);
 }
 
-void AppPreferencesTest::stringConversions_data()
-{
+void AppPreferencesTest::stringConversions_data() {
     QTest::addColumn<QString>("text");
     QTest::addColumn<qint64>("integer");
     QTest::addColumn<double>("real");
@@ -191,8 +181,7 @@ void AppPreferencesTest::stringConversions_data()
     QTest::newRow("comma is not a point") << "2,5" << qint64(2) << 2.0 << true;
 }
 
-void AppPreferencesTest::stringConversions()
-{
+void AppPreferencesTest::stringConversions() {
     QFETCH(QString, text);
     QFETCH(qint64, integer);
     QFETCH(double, real);
@@ -204,8 +193,7 @@ void AppPreferencesTest::stringConversions()
     QCOMPARE(m_db->string("k"), std::optional<QString>(text));
 }
 
-void AppPreferencesTest::version()
-{
+void AppPreferencesTest::version() {
     QCOMPARE(QString::fromUtf8(AppVersion::displayString),
              QStringLiteral("v%1 \u00b7 %2").arg(AppVersion::number, AppVersion::date));
 }

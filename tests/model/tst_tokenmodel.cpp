@@ -29,15 +29,13 @@ private slots:
     void rejectsMalformedDays();
 };
 
-void TokenModelTest::registryShape()
-{
+void TokenModelTest::registryShape() {
     const auto& registry = appCategoryRegistry();
     QCOMPARE(registry.size(), size_t(17));
-    const QStringList names = {"AI Tool",   "Code Editor",   "Terminal", "Design",
-                               "Creative",  "Dev Tool",      "Git Client", "Data / Slides",
-                               "Writing",   "Messaging",     "Email",    "Task Manager",
-                               "Video Call", "Browser",      "Reading",  "Podcast",
-                               "Music / Video"};
+    const QStringList names = {"AI Tool",  "Code Editor",  "Terminal",      "Design",  "Creative",
+                               "Dev Tool", "Git Client",   "Data / Slides", "Writing", "Messaging",
+                               "Email",    "Task Manager", "Video Call",    "Browser", "Reading",
+                               "Podcast",  "Music / Video"};
     const QList<qint64> rates = {50, 8, 8, 22, 20, 15, 12, 18, 32, 28, 28, 20, 22, 15, 18, 10, 0};
     int terminals = 0;
     for (size_t i = 0; i < registry.size(); ++i) {
@@ -58,36 +56,48 @@ void TokenModelTest::registryShape()
     QVERIFY(registry[1].bundleIDPrefixes.contains("com.apple.dt.Xcode"));
 }
 
-void TokenModelTest::lookup_data()
-{
+void TokenModelTest::lookup_data() {
     QTest::addColumn<QString>("id");
     QTest::addColumn<QString>("name");
-    QTest::newRow("specific todesktop wins") << "com.todesktop.230313mzl4w4u92" << "AI Tool";
-    QTest::newRow("general todesktop") << "com.todesktop.other" << "Code Editor";
-    QTest::newRow("case-insensitive") << "COM.APPLE.SAFARI" << "Browser";
-    QTest::newRow("notion ai helper") << "com.notion.notion-ai.helper" << "AI Tool";
-    QTest::newRow("notion") << "com.notion.id" << "Writing";
-    QTest::newRow("prefix without dot") << "claude-desktop" << "AI Tool";
-    QTest::newRow("jetbrains toolbox") << "com.jetbrains.toolbox" << "Terminal";
-    QTest::newRow("jetbrains ide") << "com.jetbrains.intellij" << "Code Editor";
-    QTest::newRow("teams2 over teams") << "com.microsoft.teams2" << "Messaging";
-    QTest::newRow("openai chat") << "com.openai.chat" << "AI Tool";
-    QTest::newRow("linear prefix") << "com.linearity.curve" << "Task Manager";
-    QTest::newRow("chosen terminal") << "net.kovidgoyal.kitty" << "Terminal";
-    QTest::newRow("chosen media player") << "com.colliderli.iina" << "Music / Video";
-    QTest::newRow("empty") << "" << "Other";
-    QTest::newRow("shorter than a prefix") << "com.apple" << "Other";
+    QTest::newRow("specific todesktop wins") << "com.todesktop.230313mzl4w4u92"
+                                             << "AI Tool";
+    QTest::newRow("general todesktop") << "com.todesktop.other"
+                                       << "Code Editor";
+    QTest::newRow("case-insensitive") << "COM.APPLE.SAFARI"
+                                      << "Browser";
+    QTest::newRow("notion ai helper") << "com.notion.notion-ai.helper"
+                                      << "AI Tool";
+    QTest::newRow("notion") << "com.notion.id"
+                            << "Writing";
+    QTest::newRow("prefix without dot") << "claude-desktop"
+                                        << "AI Tool";
+    QTest::newRow("jetbrains toolbox") << "com.jetbrains.toolbox"
+                                       << "Terminal";
+    QTest::newRow("jetbrains ide") << "com.jetbrains.intellij"
+                                   << "Code Editor";
+    QTest::newRow("teams2 over teams") << "com.microsoft.teams2"
+                                       << "Messaging";
+    QTest::newRow("openai chat") << "com.openai.chat"
+                                 << "AI Tool";
+    QTest::newRow("linear prefix") << "com.linearity.curve"
+                                   << "Task Manager";
+    QTest::newRow("chosen terminal") << "net.kovidgoyal.kitty"
+                                     << "Terminal";
+    QTest::newRow("chosen media player") << "com.colliderli.iina"
+                                         << "Music / Video";
+    QTest::newRow("empty") << ""
+                           << "Other";
+    QTest::newRow("shorter than a prefix") << "com.apple"
+                                           << "Other";
 }
 
-void TokenModelTest::lookup()
-{
+void TokenModelTest::lookup() {
     QFETCH(QString, id);
     QFETCH(QString, name);
     QCOMPARE(category(id).displayName, name);
 }
 
-void TokenModelTest::unknownApplicationsAreOther()
-{
+void TokenModelTest::unknownApplicationsAreOther() {
     const AppCategory other = category("org.Example.Unknown");
     QCOMPARE(other.displayName, QString("Other"));
     QCOMPARE(other.tokenType, TokenType::input);
@@ -100,8 +110,7 @@ void TokenModelTest::unknownApplicationsAreOther()
              appCategoryRegistry()[1].bundleIDPrefixes);
 }
 
-void TokenModelTest::everyPrefixFindsItsOwnCategory()
-{
+void TokenModelTest::everyPrefixFindsItsOwnCategory() {
     // Each prefix, looked up as an identifier, must land in its own category unless a longer
     // prefix of another category also matches it. This catches a lost or misfiled prefix.
     std::set<QString> seen;
@@ -120,8 +129,7 @@ void TokenModelTest::everyPrefixFindsItsOwnCategory()
     }
 }
 
-void TokenModelTest::tokenTypes()
-{
+void TokenModelTest::tokenTypes() {
     using namespace TokenTypes;
     QCOMPARE(allCases.size(), size_t(4));
     QCOMPARE(allCases[0], TokenType::reasoning);
@@ -136,8 +144,7 @@ void TokenModelTest::tokenTypes()
     QCOMPARE(fromRawValue(u""), std::nullopt);
 }
 
-void TokenModelTest::weightingTruncates()
-{
+void TokenModelTest::weightingTruncates() {
     auto weighted = [](TokenType t, qint64 raw) {
         ActivitySession s;
         s.tokenType = t;
@@ -163,8 +170,7 @@ void TokenModelTest::weightingTruncates()
     QCOMPARE(s.duration(), 60.5);
 }
 
-void TokenModelTest::formatK_data()
-{
+void TokenModelTest::formatK_data() {
     QTest::addColumn<qint64>("n");
     QTest::addColumn<QString>("text");
     QTest::newRow("zero") << qint64(0) << "0";
@@ -176,31 +182,39 @@ void TokenModelTest::formatK_data()
     QTest::newRow("huge") << qint64(25000000) << "25000.0k";
 }
 
-void TokenModelTest::formatK()
-{
+void TokenModelTest::formatK() {
     QFETCH(qint64, n);
     QFETCH(QString, text);
     QCOMPARE(::formatK(n), text);
 }
 
-void TokenModelTest::jsonRoundTrip()
-{
+void TokenModelTest::jsonRoundTrip() {
     const QList<ActivitySession> day = {
-        {QUuid::createUuid(), "com.apple.Terminal", "Terminal \"quoted\" / \\ \n\t\x01 ünï",
-         TokenType::reasoning, {801792000.123456789}, {801792060.5}, 42},
+        {QUuid::createUuid(),
+         "com.apple.Terminal",
+         "Terminal \"quoted\" / \\ \n\t\x01 ünï",
+         TokenType::reasoning,
+         {801792000.123456789},
+         {801792060.5},
+         42},
         {QUuid::createUuid(), "claude", "Claude", TokenType::ai, {-12.5}, {0}, 0},
-        {QUuid::createUuid(), "", "", TokenType::input, {1e9}, {1e9 + 1e-6},
+        {QUuid::createUuid(),
+         "",
+         "",
+         TokenType::input,
+         {1e9},
+         {1e9 + 1e-6},
          std::numeric_limits<qint64>::min() / 2},
     };
     const std::optional<QList<ActivitySession>> back =
         SessionCodec::decodeDay(SessionCodec::encodeDay(day));
     QVERIFY(back.has_value());
     QCOMPARE(*back, day); // doubles compare exactly: nothing is lost on the way
-    QCOMPARE(SessionCodec::decodeDay("[]"), std::optional<QList<ActivitySession>>(QList<ActivitySession>{}));
+    QCOMPARE(SessionCodec::decodeDay("[]"),
+             std::optional<QList<ActivitySession>>(QList<ActivitySession>{}));
 }
 
-void TokenModelTest::encoderWritesThePlatformForm()
-{
+void TokenModelTest::encoderWritesThePlatformForm() {
     const QUuid id("{0f8fad5b-d9cb-469f-a165-70867728950e}");
     const ActivitySession s{id, "com.a/b", "N", TokenType::output, {801792000.0}, {801792060.5}, 7};
     const QByteArray json = SessionCodec::encodeSession(s);
@@ -210,8 +224,7 @@ void TokenModelTest::encoderWritesThePlatformForm()
                               "\"endTime\":801792060.5,\"rawTokens\":7}"));
 }
 
-void TokenModelTest::decodesHandWrittenDay()
-{
+void TokenModelTest::decodesHandWrittenDay() {
     // Written by hand: keys in another order, a lower-case id, an integer date.
     const QByteArray fixture = R"([
       {"rawTokens": 10, "tokenType": "reasoning", "appName": "Xcode",
@@ -235,11 +248,11 @@ void TokenModelTest::decodesHandWrittenDay()
              QString("A1B2C3D4-0000-4000-8000-000000000001"));
 }
 
-void TokenModelTest::rejectsMalformedDays_data()
-{
+void TokenModelTest::rejectsMalformedDays_data() {
     QTest::addColumn<QByteArray>("json");
-    const QByteArray ok = R"({"id":"E621E1F8-C36C-495A-93FC-0C247A3E6E5F","appBundleID":"a",)"
-                          R"("appName":"b","tokenType":"input","startTime":1,"endTime":2,"rawTokens":3})";
+    const QByteArray ok =
+        R"({"id":"E621E1F8-C36C-495A-93FC-0C247A3E6E5F","appBundleID":"a",)"
+        R"("appName":"b","tokenType":"input","startTime":1,"endTime":2,"rawTokens":3})";
     QVERIFY(SessionCodec::decodeDay("[" + ok + "]").has_value()); // the base case decodes
     auto with = [&](const char* from, const char* to) {
         QByteArray j = ok;
@@ -256,19 +269,19 @@ void TokenModelTest::rejectsMalformedDays_data()
         << with("\"rawTokens\":3", "\"rawTokens\":9223372036854775807");
     QTest::newRow("date as string") << with("\"startTime\":1", "\"startTime\":\"1\"");
     QTest::newRow("bad uuid") << with("E621E1F8-C36C", "Z621E1F8-C36C");
-    QTest::newRow("braced uuid")
-        << with("\"E621E1F8-C36C-495A-93FC-0C247A3E6E5F\"", "\"{E621E1F8-C36C-495A-93FC-0C247A3E6E5F}\"");
+    QTest::newRow("braced uuid") << with("\"E621E1F8-C36C-495A-93FC-0C247A3E6E5F\"",
+                                         "\"{E621E1F8-C36C-495A-93FC-0C247A3E6E5F}\"");
     QTest::newRow("object, not array") << ok;
     QTest::newRow("truncated") << QByteArray("[" + ok.left(40));
     QTest::newRow("element not object") << QByteArray("[1]");
     QTest::newRow("empty") << QByteArray();
     // Each session fits, but the day's sum would not.
-    const QByteArray big = QByteArray(ok).replace("\"rawTokens\":3", "\"rawTokens\":4611686018427387903");
+    const QByteArray big =
+        QByteArray(ok).replace("\"rawTokens\":3", "\"rawTokens\":4611686018427387903");
     QTest::newRow("sum beyond 64 bits") << QByteArray("[" + big + "," + big + "," + big + "]");
 }
 
-void TokenModelTest::rejectsMalformedDays()
-{
+void TokenModelTest::rejectsMalformedDays() {
     QFETCH(QByteArray, json);
     QVERIFY(!SessionCodec::decodeDay(json).has_value());
 }

@@ -18,11 +18,8 @@ namespace {
 class FlakyDefaults final : public Defaults {
 public:
     explicit FlakyDefaults(Defaults& inner)
-        : m_inner(inner)
-    {
-    }
-    QVariant value(const QString& key, bool* ok) const override
-    {
+        : m_inner(inner) {}
+    QVariant value(const QString& key, bool* ok) const override {
         if (failReads) {
             if (ok)
                 *ok = false;
@@ -30,7 +27,9 @@ public:
         }
         return m_inner.value(key, ok);
     }
-    bool setValue(const QString& key, const QVariant& v) override { return m_inner.setValue(key, v); }
+    bool setValue(const QString& key, const QVariant& v) override {
+        return m_inner.setValue(key, v);
+    }
     bool remove(const QString& key) override { return m_inner.remove(key); }
     QStringList keys() const override { return m_inner.keys(); }
     bool failReads = false;
@@ -38,13 +37,6 @@ public:
 private:
     Defaults& m_inner;
 };
-
-QDateTime local(int y, int m, int d, int h = 0, int min = 0)
-{
-    return QDateTime(QDate(y, m, d), QTime(h, min));
-}
-
-void settle() { QCoreApplication::processEvents(); }
 
 } // namespace
 
@@ -71,14 +63,12 @@ private:
     std::unique_ptr<SqliteDefaults> m_db;
 };
 
-void DayStoreTest::init()
-{
+void DayStoreTest::init() {
     m_db = SqliteDefaults::open(m_dir.filePath(QUuid::createUuid().toString() + ".sqlite3"));
     QVERIFY(m_db);
 }
 
-void DayStoreTest::ledgerTotalsAndRecovery()
-{
+void DayStoreTest::ledgerTotalsAndRecovery() {
     FakeClock clock(local(2026, 5, 30, 10));
     DayStore store(*m_db, clock);
     QSignalSpy threshold(&store, &DayStore::thresholdCheckRequested);
@@ -89,8 +79,8 @@ void DayStoreTest::ledgerTotalsAndRecovery()
     QCOMPARE(store.totalWeighted(), qint64(0)); // posted, not done in the call
     settle();
     QCOMPARE(store.grossTokens(), qint64(40));
-    QCOMPARE(store.tokensByType(), (QMap<TokenType, qint64>{{TokenType::reasoning, 30},
-                                                            {TokenType::ai, 10}}));
+    QCOMPARE(store.tokensByType(),
+             (QMap<TokenType, qint64>{{TokenType::reasoning, 30}, {TokenType::ai, 10}}));
     QCOMPARE(store.totalWeighted(), qint64(40));
     QCOMPARE(threshold.count(), 2);
     QCOMPARE(threshold.last().at(0).toLongLong(), qint64(40));
@@ -125,8 +115,7 @@ void DayStoreTest::ledgerTotalsAndRecovery()
     QCOMPARE(reloaded.totalWeighted(), qint64(15));
 }
 
-void DayStoreTest::emptyBatchWritesNothing()
-{
+void DayStoreTest::emptyBatchWritesNothing() {
     FakeClock clock(local(2026, 5, 30, 10));
     DayStore store(*m_db, clock);
     QSignalSpy writes(m_db.get(), &Defaults::valueChanged);
@@ -136,8 +125,7 @@ void DayStoreTest::emptyBatchWritesNothing()
     QVERIFY(m_db->keys().isEmpty());
 }
 
-void DayStoreTest::loadKeepsOnlyTodaysSessions()
-{
+void DayStoreTest::loadKeepsOnlyTodaysSessions() {
     FakeClock clock(local(2026, 5, 30, 0, 5));
     const QList<ActivitySession> day = {
         makeSession(TokenType::reasoning, 100, local(2026, 5, 29, 23, 50)), // yesterday's
@@ -151,8 +139,7 @@ void DayStoreTest::loadKeepsOnlyTodaysSessions()
     QCOMPARE(store.tokensByType(), (QMap<TokenType, qint64>{{TokenType::output, 30}}));
 }
 
-void DayStoreTest::recoveryWithoutSessionsIsNotLoaded()
-{
+void DayStoreTest::recoveryWithoutSessionsIsNotLoaded() {
     FakeClock clock(local(2026, 5, 30, 10));
     m_db->setInteger("mindmeter.recovery.2026-05-30", 500);
     DayStore store(*m_db, clock);
@@ -160,8 +147,7 @@ void DayStoreTest::recoveryWithoutSessionsIsNotLoaded()
     QCOMPARE(store.totalWeighted(), qint64(0));
 }
 
-void DayStoreTest::corruptDayIsSetAsideAndReplaced()
-{
+void DayStoreTest::corruptDayIsSetAsideAndReplaced() {
     FakeClock clock(local(2026, 5, 30, 10));
     const QByteArray corrupt = R"([{"id":"x","tokenType":"Reasoning"}])";
     m_db->setData("mindmeter.sessions.2026-05-30", corrupt);
@@ -178,8 +164,7 @@ void DayStoreTest::corruptDayIsSetAsideAndReplaced()
     QCOMPARE(stored->size(), 1);
 }
 
-void DayStoreTest::unreadableDayIsMergedNotOverwritten()
-{
+void DayStoreTest::unreadableDayIsMergedNotOverwritten() {
     FakeClock clock(local(2026, 5, 30, 10));
     const ActivitySession earlier = makeSession(TokenType::reasoning, 10, local(2026, 5, 30, 9));
     m_db->setData("mindmeter.sessions.2026-05-30", SessionCodec::encodeDay({earlier}));
@@ -204,22 +189,20 @@ void DayStoreTest::unreadableDayIsMergedNotOverwritten()
     QCOMPARE(*stored, store.sessions());
 }
 
-void DayStoreTest::midnightAcrossDaylightSaving_data()
-{
+void DayStoreTest::midnightAcrossDaylightSaving_data() {
     QTest::addColumn<QByteArray>("zone");
     QTest::addColumn<QDateTime>("start");
     QTest::addColumn<int>("hoursToMidnight");
-    QTest::newRow("New York, spring forward") << QByteArray("America/New_York")
-                                              << local(2026, 3, 8, 0, 0) << 23;
-    QTest::newRow("New York, fall back") << QByteArray("America/New_York")
-                                         << local(2026, 11, 1, 0, 0) << 25;
-    QTest::newRow("Berlin, spring forward") << QByteArray("Europe/Berlin")
-                                            << local(2026, 3, 29, 0, 0) << 23;
+    QTest::newRow("New York, spring forward")
+        << QByteArray("America/New_York") << local(2026, 3, 8, 0, 0) << 23;
+    QTest::newRow("New York, fall back")
+        << QByteArray("America/New_York") << local(2026, 11, 1, 0, 0) << 25;
+    QTest::newRow("Berlin, spring forward")
+        << QByteArray("Europe/Berlin") << local(2026, 3, 29, 0, 0) << 23;
     QTest::newRow("UTC, plain day") << QByteArray("UTC") << local(2026, 3, 8, 0, 0) << 24;
 }
 
-void DayStoreTest::midnightAcrossDaylightSaving()
-{
+void DayStoreTest::midnightAcrossDaylightSaving() {
     QFETCH(QByteArray, zone);
     QFETCH(QDateTime, start);
     QFETCH(int, hoursToMidnight);
@@ -241,11 +224,13 @@ void DayStoreTest::midnightAcrossDaylightSaving()
     // Re-armed for the following midnight, about a day away.
     QVERIFY(store.midnightTimerRemaining() > 22 * 3600 * 1000);
     // The finished day stays stored under its own key.
-    QCOMPARE(SessionCodec::decodeDay(*m_db->data(DayKeys::sessions(dayStart.date().toString(Qt::ISODate))))->size(), 1);
+    QCOMPARE(SessionCodec::decodeDay(
+                 *m_db->data(DayKeys::sessions(dayStart.date().toString(Qt::ISODate))))
+                 ->size(),
+             1);
 }
 
-void DayStoreTest::earlyTimerOnlyRearms()
-{
+void DayStoreTest::earlyTimerOnlyRearms() {
     FakeClock clock(local(2026, 5, 30, 23, 59));
     DayStore store(*m_db, clock);
     store.addSession(makeSession(TokenType::output, 1, clock.now()));
@@ -255,8 +240,7 @@ void DayStoreTest::earlyTimerOnlyRearms()
     QVERIFY(qAbs(store.midnightTimerRemaining() - 60 * 1000) < 2000);
 }
 
-void DayStoreTest::writeAfterMidnightLandsUnderNewDay()
-{
+void DayStoreTest::writeAfterMidnightLandsUnderNewDay() {
     FakeClock clock(local(2026, 5, 30, 23, 59));
     DayStore store(*m_db, clock);
     store.addSession(makeSession(TokenType::output, 1, clock.now()));
@@ -273,8 +257,7 @@ void DayStoreTest::writeAfterMidnightLandsUnderNewDay()
     QCOMPARE(reloaded.grossTokens(), qint64(4));
 }
 
-void DayStoreTest::wake()
-{
+void DayStoreTest::wake() {
     FakeClock clock(local(2026, 5, 30, 22));
     DayStore store(*m_db, clock);
     store.addSession(makeSession(TokenType::reasoning, 10, clock.now()));
@@ -299,8 +282,7 @@ void DayStoreTest::wake()
     QVERIFY(qAbs(store.midnightTimerRemaining() - 16 * 3600 * 1000) < 2000);
 }
 
-void DayStoreTest::developerReset()
-{
+void DayStoreTest::developerReset() {
     FakeClock clock(local(2026, 5, 30, 10));
     DayStore store(*m_db, clock);
     store.addSession(makeSession(TokenType::reasoning, 10, clock.now()));
@@ -317,8 +299,7 @@ void DayStoreTest::developerReset()
     QVERIFY(store.midnightTimerRemaining() > 0);
 }
 
-void DayStoreTest::overflowIsFatal()
-{
+void DayStoreTest::overflowIsFatal() {
     FakeClock clock(local(2026, 5, 30, 10));
     DayStore store(*m_db, clock);
     store.waitForHistory();

@@ -12,17 +12,6 @@
 #include <QTemporaryDir>
 #include <QTest>
 
-namespace {
-
-QDateTime local(int y, int m, int d, int h = 0, int min = 0)
-{
-    return QDateTime(QDate(y, m, d), QTime(h, min));
-}
-
-void settle() { QCoreApplication::processEvents(); }
-
-} // namespace
-
 class HistoryTest : public QObject {
     Q_OBJECT
 private slots:
@@ -44,13 +33,12 @@ private slots:
     void historyLabelsAcrossDaylightSaving();
 
 private:
-    void storeDay(const QDate& day, const QList<ActivitySession>& sessions)
-    {
-        m_db->setData(DayKeys::sessions(day.toString(Qt::ISODate)), SessionCodec::encodeDay(sessions));
+    void storeDay(const QDate& day, const QList<ActivitySession>& sessions) {
+        m_db->setData(DayKeys::sessions(day.toString(Qt::ISODate)),
+                      SessionCodec::encodeDay(sessions));
     }
     // A day whose only session carries `tokens` weighted input tokens at `hour`.
-    void storeTokens(const QDate& day, qint64 tokens, int hour = 10)
-    {
+    void storeTokens(const QDate& day, qint64 tokens, int hour = 10) {
         storeDay(day, {makeSession(TokenType::input, tokens, QDateTime(day, QTime(hour, 0)))});
     }
 
@@ -58,29 +46,32 @@ private:
     std::unique_ptr<SqliteDefaults> m_db;
 };
 
-void HistoryTest::initTestCase() { QLocale::setDefault(QLocale(QLocale::English, QLocale::UnitedStates)); }
+void HistoryTest::initTestCase() {
+    QLocale::setDefault(QLocale(QLocale::English, QLocale::UnitedStates));
+}
 
-void HistoryTest::init()
-{
+void HistoryTest::init() {
     m_db = SqliteDefaults::open(m_dir.filePath(QUuid::createUuid().toString() + ".sqlite3"));
     QVERIFY(m_db);
 }
 
-void HistoryTest::saturationAndTemperature()
-{
+void HistoryTest::saturationAndTemperature() {
     using LoadMetrics::temperature;
     QCOMPARE(LoadMetrics::contextSaturation(30000, 25000), 1.0);
     QCOMPARE(LoadMetrics::contextSaturation(12500, 25000), 0.5);
     QCOMPARE(LoadMetrics::contextSaturation(0, 25000), 0.0);
     QCOMPARE(temperature({}), 0.0);
     QCOMPARE(temperature({{TokenType::reasoning, 100}}), 0.0);
-    QCOMPARE(temperature({{TokenType::reasoning, 10}, {TokenType::output, 10},
-                          {TokenType::input, 10}, {TokenType::ai, 10}}),
+    QCOMPARE(temperature({{TokenType::reasoning, 10},
+                          {TokenType::output, 10},
+                          {TokenType::input, 10},
+                          {TokenType::ai, 10}}),
              1.0);
     QCOMPARE(temperature({{TokenType::reasoning, 50}, {TokenType::output, 50}}), 0.5);
     QCOMPARE(temperature({{TokenType::reasoning, 0}, {TokenType::output, 0}}), 0.0);
     // 3:1 split: H = 0.811278..., over 2.
-    QVERIFY(qAbs(temperature({{TokenType::reasoning, 75}, {TokenType::ai, 25}}) - 0.4056391) < 1e-6);
+    QVERIFY(qAbs(temperature({{TokenType::reasoning, 75}, {TokenType::ai, 25}}) - 0.4056391) <
+            1e-6);
 
     // Through the store: the budget setting is read, and recovery leaves temperature alone.
     FakeClock clock(local(2026, 5, 30, 10));
@@ -97,32 +88,29 @@ void HistoryTest::saturationAndTemperature()
     QCOMPARE(store.temperature(), 0.5);
 }
 
-void HistoryTest::hourLabels()
-{
-    const QList<QPair<int, QString>> cases = {{0, "12 AM"}, {1, "1 AM"},  {11, "11 AM"},
+void HistoryTest::hourLabels() {
+    const QList<QPair<int, QString>> cases = {{0, "12 AM"},  {1, "1 AM"},  {11, "11 AM"},
                                               {12, "12 PM"}, {13, "1 PM"}, {23, "11 PM"}};
     for (const auto& [hour, label] : cases)
         QCOMPARE(LoadMetrics::hourLabel(hour), label);
 }
 
-void HistoryTest::velocityCountsSessionsStartedInTheLastHour()
-{
+void HistoryTest::velocityCountsSessionsStartedInTheLastHour() {
     const QDateTime now = local(2026, 5, 30, 12);
     ActivitySession old = makeSession(TokenType::input, 100, now.addSecs(-61 * 60));
     old.endTime = Timestamp::fromDateTime(now); // ran until now, but started too early
     const QList<ActivitySession> sessions = {
-        old,
-        makeSession(TokenType::input, 7, now.addSecs(-59 * 60)),
+        old, makeSession(TokenType::input, 7, now.addSecs(-59 * 60)),
         makeSession(TokenType::reasoning, 1, now.addSecs(-3600)), // exactly an hour: counts
     };
     QCOMPARE(LoadMetrics::velocity(sessions, now), qint64(10));
 }
 
-void HistoryTest::bucketsAfterMidnight()
-{
+void HistoryTest::bucketsAfterMidnight() {
     const QDateTime now = local(2026, 5, 30, 0, 30);
-    const QList<ActivitySession> sessions = {makeSession(TokenType::ai, 4, local(2026, 5, 30, 0, 10)),
-                                             makeSession(TokenType::ai, 4, local(2026, 5, 30, 0, 20))};
+    const QList<ActivitySession> sessions = {
+        makeSession(TokenType::ai, 4, local(2026, 5, 30, 0, 10)),
+        makeSession(TokenType::ai, 4, local(2026, 5, 30, 0, 20))};
     const QList<HourBucket> b = LoadMetrics::hourlyBuckets(sessions, now, 8);
     QCOMPARE(b.size(), 8);
     const QList<int> hours = {17, 18, 19, 20, 21, 22, 23, 0};
@@ -135,8 +123,7 @@ void HistoryTest::bucketsAfterMidnight()
     QCOMPARE(LoadMetrics::hourlyBuckets(sessions, now, 1).size(), 1);
 }
 
-void HistoryTest::bucketsOnFallBackNight()
-{
+void HistoryTest::bucketsOnFallBackNight() {
     TimeZoneScope tz("America/New_York");
     // 2026-11-01: 1 AM happens twice. At 3:30 EST the window of four hours holds 1 AM twice.
     const QDateTime now = QDateTime(QDate(2026, 11, 1), QTime(3, 30));
@@ -154,8 +141,7 @@ void HistoryTest::bucketsOnFallBackNight()
     QCOMPARE(b[1].tokens, qint64(8));
 }
 
-void HistoryTest::onlyToday()
-{
+void HistoryTest::onlyToday() {
     FakeClock clock(local(2026, 5, 30, 10)); // a Saturday
     DayStore store(*m_db, clock);
     store.waitForHistory();
@@ -171,16 +157,15 @@ void HistoryTest::onlyToday()
     QCOMPARE(h.cachedHourlyBuckets.size(), 8);
 }
 
-void HistoryTest::rowsSkipGapsEmptyAndUndecodableDays()
-{
+void HistoryTest::rowsSkipGapsEmptyAndUndecodableDays() {
     FakeClock clock(local(2026, 5, 30, 10));
     const QDate today = clock.now().date();
     storeTokens(today.addDays(-1), 50);
-    storeTokens(today.addDays(-2), 0);                   // nothing earned: no row
+    storeTokens(today.addDays(-2), 0); // nothing earned: no row
     m_db->setData(DayKeys::sessions(today.addDays(-3).toString(Qt::ISODate)), "{broken");
     storeTokens(today.addDays(-4), 40);
-    storeTokens(today.addDays(-89), 9);                  // the oldest day looked at
-    storeTokens(today.addDays(-90), 1000);               // beyond the window
+    storeTokens(today.addDays(-89), 9);    // the oldest day looked at
+    storeTokens(today.addDays(-90), 1000); // beyond the window
     m_db->setString(DayKeys::sessions(today.addDays(-5).toString(Qt::ISODate)), "[]"); // not data
 
     DayStore store(*m_db, clock);
@@ -204,8 +189,7 @@ void HistoryTest::rowsSkipGapsEmptyAndUndecodableDays()
     QVERIFY(store.history().weeklyData.last().isToday);
 }
 
-void HistoryTest::weekOverWeek()
-{
+void HistoryTest::weekOverWeek() {
     FakeClock clock(local(2026, 5, 30, 10));
     const QDate today = clock.now().date();
     // Eight rows of 100 spread over twelve calendar days: gaps do not break the week.
@@ -231,8 +215,7 @@ void HistoryTest::weekOverWeek()
     QCOMPARE(HistoryCalculator::buildWeekOverWeek(rows)->change, (700.0 - 120.0) / 120.0);
 }
 
-void HistoryTest::peakHourUsesThirtyStoredDaysIncludingToday()
-{
+void HistoryTest::peakHourUsesThirtyStoredDaysIncludingToday() {
     FakeClock clock(local(2026, 5, 30, 18));
     const QDate today = clock.now().date();
     storeTokens(today.addDays(-1), 100, 9);
@@ -256,8 +239,7 @@ void HistoryTest::peakHourUsesThirtyStoredDaysIncludingToday()
     QCOMPARE(store.history().peakHourData->hour, 9);
 }
 
-void HistoryTest::peakDayOfWeekAverages()
-{
+void HistoryTest::peakDayOfWeekAverages() {
     const QDateTime now = local(2026, 5, 30, 10); // Saturday
     auto row = [&](int offset, qint64 tokens) {
         return DayRow{now.addDays(-offset), "x", tokens, offset == 0};
@@ -272,8 +254,7 @@ void HistoryTest::peakDayOfWeekAverages()
     QCOMPARE(HistoryCalculator::buildPeakDayOfWeek(tie), std::optional<QString>("Friday"));
 }
 
-void HistoryTest::pastDaysAreDecodedOnce()
-{
+void HistoryTest::pastDaysAreDecodedOnce() {
     FakeClock clock(local(2026, 5, 30, 10));
     const QDate today = clock.now().date();
     for (int offset = 1; offset < 120; ++offset)
@@ -291,8 +272,7 @@ void HistoryTest::pastDaysAreDecodedOnce()
     QCOMPARE(second.extendedHistory[0].tokens, qint64(5));
 }
 
-void HistoryTest::rewrittenPastDayIsReadAgain()
-{
+void HistoryTest::rewrittenPastDayIsReadAgain() {
     FakeClock clock(local(2026, 5, 30, 10));
     const QDate yesterday = clock.now().date().addDays(-1);
     storeTokens(yesterday, 10);
@@ -304,8 +284,7 @@ void HistoryTest::rewrittenPastDayIsReadAgain()
     QCOMPARE(calc.compute(clock.now(), 0, {}).extendedHistory.size(), 1);
 }
 
-void HistoryTest::debounceCoalesces()
-{
+void HistoryTest::debounceCoalesces() {
     FakeClock clock(local(2026, 5, 30, 10));
     DayStore store(*m_db, clock, DayStore::Options{200});
     store.waitForHistory();
@@ -325,8 +304,7 @@ void HistoryTest::debounceCoalesces()
     QCOMPARE(store.history().cachedVelocity, qint64(10));
 }
 
-void HistoryTest::historyLabelsAcrossDaylightSaving()
-{
+void HistoryTest::historyLabelsAcrossDaylightSaving() {
     TimeZoneScope tz("Europe/Berlin");
     // Monday after the spring change (2026-03-29): rows keep the time of day, and the
     // buckets around the missing 2 AM skip it.
@@ -342,7 +320,8 @@ void HistoryTest::historyLabelsAcrossDaylightSaving()
     QCOMPARE(rows[2].label, QString("Sat"));
     QCOMPARE(rows[2].date.time(), QTime(2, 30));
     QCOMPARE(store.history().peakHourData, std::optional<PeakHour>({1, "1 AM"}));
-    const QList<HourBucket> b = LoadMetrics::hourlyBuckets({}, QDateTime(QDate(2026, 3, 29), QTime(4, 0)), 4);
+    const QList<HourBucket> b =
+        LoadMetrics::hourlyBuckets({}, QDateTime(QDate(2026, 3, 29), QTime(4, 0)), 4);
     QCOMPARE(b[0].hour, 0);
     QCOMPARE(b[1].hour, 1);
     QCOMPARE(b[2].hour, 3); // 2 AM never happened

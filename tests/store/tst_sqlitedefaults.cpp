@@ -16,16 +16,14 @@
 // the store named there and exits, so the tests can run several writers and kill them.
 namespace {
 
-QByteArray blobFor(int writer, int round, int size)
-{
+QByteArray blobFor(int writer, int round, int size) {
     QByteArray b(size, char('a' + writer));
     const QByteArray header = QByteArray::number(round).rightJustified(10, '0');
     b.replace(0, header.size(), header);
     return b;
 }
 
-int writerMain()
-{
+int writerMain() {
     const QStringList spec = qEnvironmentVariable("MINDMETER_TEST_WRITER").split(u'|');
     const QString path = spec[0];
     const int writer = spec[1].toInt();
@@ -43,8 +41,7 @@ int writerMain()
     return 0;
 }
 
-QProcess* startWriter(const QString& path, int writer, int rounds, int blobSize, QObject* parent)
-{
+QProcess* startWriter(const QString& path, int writer, int rounds, int blobSize, QObject* parent) {
     auto* p = new QProcess(parent);
     QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
     env.insert("MINDMETER_TEST_WRITER",
@@ -55,15 +52,15 @@ QProcess* startWriter(const QString& path, int writer, int rounds, int blobSize,
 }
 
 // Whole-file check through SQLite itself.
-QString integrity(const QString& path)
-{
+QString integrity(const QString& path) {
     sqlite3* db = nullptr;
     sqlite3_open_v2(QFile::encodeName(path).constData(), &db, SQLITE_OPEN_READONLY, nullptr);
     sqlite3_stmt* s = nullptr;
     sqlite3_prepare_v2(db, "PRAGMA integrity_check", -1, &s, nullptr);
-    QString result = sqlite3_step(s) == SQLITE_ROW
-                         ? QString::fromUtf8(reinterpret_cast<const char*>(sqlite3_column_text(s, 0)))
-                         : QStringLiteral("no answer");
+    QString result =
+        sqlite3_step(s) == SQLITE_ROW
+            ? QString::fromUtf8(reinterpret_cast<const char*>(sqlite3_column_text(s, 0)))
+            : QStringLiteral("no answer");
     sqlite3_finalize(s);
     sqlite3_close(db);
     return result;
@@ -89,14 +86,13 @@ private:
     QString m_path;
 };
 
-void SqliteDefaultsTest::init()
-{
+void SqliteDefaultsTest::init() {
     QVERIFY(m_dir.isValid());
-    m_path = m_dir.filePath(QUuid::createUuid().toString(QUuid::Id128) + "/mindmeter/mindmeter.sqlite3");
+    m_path =
+        m_dir.filePath(QUuid::createUuid().toString(QUuid::Id128) + "/mindmeter/mindmeter.sqlite3");
 }
 
-void SqliteDefaultsTest::createsPrivateFilesInWalMode()
-{
+void SqliteDefaultsTest::createsPrivateFilesInWalMode() {
     const mode_t old = ::umask(0);
     auto store = SqliteDefaults::open(m_path);
     ::umask(old);
@@ -112,8 +108,7 @@ void SqliteDefaultsTest::createsPrivateFilesInWalMode()
     QCOMPARE(st.st_mode & 0077, mode_t(0));
 }
 
-void SqliteDefaultsTest::valuesKeepTheirTypeAcrossReopen()
-{
+void SqliteDefaultsTest::valuesKeepTheirTypeAcrossReopen() {
     const QByteArray binary("\0\x01\xff json", 9);
     {
         auto store = SqliteDefaults::open(m_path);
@@ -144,8 +139,7 @@ void SqliteDefaultsTest::valuesKeepTheirTypeAcrossReopen()
     QVERIFY(!store->value("s").isValid());
 }
 
-void SqliteDefaultsTest::revisionsChangeOnEveryWrite()
-{
+void SqliteDefaultsTest::revisionsChangeOnEveryWrite() {
     auto store = SqliteDefaults::open(m_path);
     QCOMPARE(store->revision("k"), quint64(0));
     store->setData("k", "same");
@@ -158,8 +152,7 @@ void SqliteDefaultsTest::revisionsChangeOnEveryWrite()
     QCOMPARE(store->revision("k"), quint64(0));
 }
 
-void SqliteDefaultsTest::signalsChanges()
-{
+void SqliteDefaultsTest::signalsChanges() {
     auto store = SqliteDefaults::open(m_path);
     QSignalSpy spy(store.get(), &Defaults::valueChanged);
     store->setInteger("a", 1);
@@ -168,8 +161,7 @@ void SqliteDefaultsTest::signalsChanges()
     QCOMPARE(spy.at(0).at(0).toString(), QString("a"));
 }
 
-void SqliteDefaultsTest::defaultPathFollowsXdg()
-{
+void SqliteDefaultsTest::defaultPathFollowsXdg() {
     const QByteArray saved = qgetenv("XDG_DATA_HOME");
     qputenv("XDG_DATA_HOME", "/srv/data");
     QCOMPARE(SqliteDefaults::defaultPath(), QString("/srv/data/mindmeter/mindmeter.sqlite3"));
@@ -182,8 +174,7 @@ void SqliteDefaultsTest::defaultPathFollowsXdg()
     qputenv("XDG_DATA_HOME", saved);
 }
 
-void SqliteDefaultsTest::reportsWhatCannotBeOpened()
-{
+void SqliteDefaultsTest::reportsWhatCannotBeOpened() {
     // Not a database: refused with SQLite's reason, and the file is left as it was.
     QDir().mkpath(QFileInfo(m_path).absolutePath());
     QFile f(m_path);
@@ -204,8 +195,7 @@ void SqliteDefaultsTest::reportsWhatCannotBeOpened()
     QVERIFY(!error.isEmpty());
 }
 
-void SqliteDefaultsTest::twoProcessesWriteAtOnce()
-{
+void SqliteDefaultsTest::twoProcessesWriteAtOnce() {
     QVERIFY(SqliteDefaults::open(m_path)); // created up front, as the app would have
     const int rounds = 150;
     QProcess* a = startWriter(m_path, 0, rounds, 64 * 1024, this);
@@ -220,12 +210,12 @@ void SqliteDefaultsTest::twoProcessesWriteAtOnce()
         for (int i = 0; i < rounds; ++i)
             QCOMPARE(store->integer(QStringLiteral("w%1.%2").arg(w).arg(i)), qint64(i));
     const QByteArray shared = store->data("shared").value_or(QByteArray());
-    QVERIFY(shared == blobFor(0, rounds - 1, 64 * 1024) || shared == blobFor(1, rounds - 1, 64 * 1024));
+    QVERIFY(shared == blobFor(0, rounds - 1, 64 * 1024) ||
+            shared == blobFor(1, rounds - 1, 64 * 1024));
     QCOMPARE(integrity(m_path), QString("ok"));
 }
 
-void SqliteDefaultsTest::killedWriterLeavesWholeValues()
-{
+void SqliteDefaultsTest::killedWriterLeavesWholeValues() {
     QVERIFY(SqliteDefaults::open(m_path));
     const int size = 2 * 1024 * 1024; // large enough that a kill lands inside a write
     for (int attempt = 0; attempt < 5; ++attempt) {
@@ -250,8 +240,7 @@ void SqliteDefaultsTest::killedWriterLeavesWholeValues()
     }
 }
 
-int main(int argc, char* argv[])
-{
+int main(int argc, char* argv[]) {
     if (qEnvironmentVariableIsSet("MINDMETER_TEST_WRITER"))
         return writerMain();
     QCoreApplication app(argc, argv);

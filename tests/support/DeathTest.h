@@ -8,8 +8,7 @@
 
 // Runs fn in a forked child and reports whether the child was stopped by SIGABRT (as
 // qFatal does) rather than returning.
-inline bool abortsProcess(const std::function<void()>& fn)
-{
+inline bool abortsProcess(const std::function<void()>& fn) {
     const pid_t pid = ::fork();
     if (pid == 0) {
         ::close(STDERR_FILENO); // the expected fatal message is noise here

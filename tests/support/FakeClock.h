@@ -9,8 +9,7 @@ class FakeClock final : public Clock {
 public:
     explicit FakeClock(const QDateTime& start) { set(start); }
 
-    QDateTime now() const override
-    {
+    QDateTime now() const override {
         return QDateTime::fromMSecsSinceEpoch(m_ms.load(), Qt::LocalTime);
     }
     void set(const QDateTime& t) { m_ms.store(t.toMSecsSinceEpoch()); }

@@ -10,13 +10,11 @@ class TimeZoneScope {
 public:
     explicit TimeZoneScope(const char* zone)
         : m_had(qEnvironmentVariableIsSet("TZ"))
-        , m_previous(qgetenv("TZ"))
-    {
+        , m_previous(qgetenv("TZ")) {
         qputenv("TZ", zone);
         tzset();
     }
-    ~TimeZoneScope()
-    {
+    ~TimeZoneScope() {
         if (m_had)
             qputenv("TZ", m_previous);
         else
