@@ -6,9 +6,12 @@ set -euo pipefail
 packages=(
     # Build
     build-essential cmake ninja-build pkg-config
-    qt6-base-dev libsqlite3-dev
-    # Tests: time-zone rules for the daylight-saving cases
-    tzdata
+    qt6-base-dev libsqlite3-dev libxcb1-dev libxcb-screensaver0-dev
+    # Run time: the process check for the command-line AI assistant
+    procps
+    # Tests: time-zone rules for the daylight-saving cases; an X server, a window manager,
+    # windows and input for the desktop tests
+    tzdata xvfb openbox xdotool xterm x11-utils
 )
 
 missing=()

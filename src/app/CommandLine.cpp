@@ -20,7 +20,8 @@
 namespace {
 
 const QStringList verbs = {QStringLiteral("defaults"), QStringLiteral("status"),
-                           QStringLiteral("history"),  QStringLiteral("help"),
+                           QStringLiteral("history"),  QStringLiteral("track"),
+                           QStringLiteral("help"),
                            QStringLiteral("--help"),   QStringLiteral("-h"),
                            QStringLiteral("--version")};
 
@@ -80,6 +81,9 @@ QString CommandLine::usage() {
         "  defaults write KEY TYPE VALUE     store a setting; TYPE is -int, -float, -bool,\n"
         "                                    -string or -data-file (PATH, or - for stdin)\n"
         "  defaults delete KEY               remove a setting\n"
+        "  track [--tick-ms N]               follow the front application and record sessions\n"
+        "                                    until stopped; N shortens the tick (each tick\n"
+        "                                    still counts as ten seconds)\n"
         "  help                              this text\n"
         "\n"
         "Data lives in $XDG_DATA_HOME/mindmeter/mindmeter.sqlite3.\n");
@@ -134,6 +138,8 @@ int CommandLine::run(const QStringList& args) {
         return status(rest);
     if (verb == QLatin1String("history"))
         return history(rest);
+    if (verb == QLatin1String("track"))
+        return track(rest);
     return usageError(QStringLiteral("unknown verb '%1'").arg(verb));
 }
 

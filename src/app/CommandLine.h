@@ -37,6 +37,7 @@ private:
     int defaults(const QStringList& args);
     int status(const QStringList& args);
     int history(const QStringList& args);
+    int track(const QStringList& args);
 
     const Clock& m_clock;
     FILE* m_out;

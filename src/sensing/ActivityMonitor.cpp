@@ -1,0 +1,194 @@
+#include "ActivityMonitor.h"
+
+#include "model/AppPreferences.h"
+#include "store/DayStore.h"
+
+#include <QCoreApplication>
+#include <QPointer>
+#include <QProcess>
+#include <QThreadPool>
+#include <QUuid>
+
+#include <algorithm>
+#include <cmath>
+
+ActivityMonitor::ActivityMonitor(DayStore& store, Workspace& workspace, IdleSource& idle,
+                                 const Defaults& defaults, const Clock& clock,
+                                 std::function<double()> multiplier, Options options,
+                                 QObject* parent)
+    : QObject(parent)
+    , m_store(store)
+    , m_workspace(workspace)
+    , m_idle(idle)
+    , m_defaults(defaults)
+    , m_clock(clock)
+    , m_multiplier(std::move(multiplier))
+    , m_options(std::move(options))
+    , m_sessionStart(clock.now())
+{
+    m_tickTimer.setInterval(m_options.tickIntervalMs);
+    connect(&m_tickTimer, &QTimer::timeout, this, &ActivityMonitor::tick);
+    connect(&m_store, &DayStore::cachedVelocityChanged, this,
+            &ActivityMonitor::tokenVelocityChanged);
+}
+
+qint64 ActivityMonitor::tokenVelocity() const { return m_store.history().cachedVelocity; }
+
+QVariantList ActivityMonitor::hourlyData() const
+{
+    return m_store.property("cachedHourlyBuckets").toList();
+}
+
+void ActivityMonitor::start()
+{
+    m_isTracking = true;
+    emit isTrackingChanged();
+    connect(&m_workspace, &Workspace::applicationActivated, this, &ActivityMonitor::appActivated,
+            Qt::UniqueConnection);
+    m_tickTimer.start();
+    if (const std::optional<RunningApp> front = m_workspace.frontmostApplication())
+        beginSession(front);
+}
+
+void ActivityMonitor::stop()
+{
+    m_isTracking = false;
+    emit isTrackingChanged();
+    m_tickTimer.stop();
+    disconnect(&m_workspace, &Workspace::applicationActivated, this,
+               &ActivityMonitor::appActivated);
+    flushAccumulated();
+    m_accumulatedSecs = 0;
+}
+
+void ActivityMonitor::flushAccumulated()
+{
+    if (m_currentCategory && m_accumulatedSecs >= 5)
+        flush(m_accumulatedSecs / 60.0, *m_currentCategory);
+}
+
+void ActivityMonitor::tick()
+{
+    const double idleSeconds = m_idle.secondsSinceLastInput();
+    const double timeout = AppPreferences::idleTimeout(m_defaults);
+    const QDateTime now = m_clock.now();
+
+    if (idleSeconds <= timeout) {
+        // Only discards time gathered while no category was set.
+        if (m_accumulatedSecs > 3600)
+            m_accumulatedSecs = 0;
+        if (m_idleStartTime) {
+            const double idleMinutes = double(m_idleStartTime->msecsTo(now)) / 60000.0;
+            m_idleStartTime.reset();
+            // Breaks of 10 to under 120 minutes earn 30 tokens a minute beyond the first
+            // ten, at most 1,800; a night or a weekend earns nothing.
+            if (idleMinutes >= 10 && idleMinutes < 120) {
+                const auto recovery = qint64(std::min(idleMinutes - 10, 60.0) * 30);
+                if (recovery >= 1)
+                    m_store.recoverTokens(recovery);
+            }
+        }
+        m_accumulatedSecs += 10; // a tick counts ten seconds, whatever the wall clock says
+        if (m_currentCategory && m_accumulatedSecs >= 60) {
+            const double whole = std::trunc(m_accumulatedSecs / 60);
+            m_accumulatedSecs = std::fmod(m_accumulatedSecs, 60);
+            flush(whole, *m_currentCategory);
+        }
+        return;
+    }
+
+    if (!m_idleStartTime) {
+        m_idleStartTime = now;
+        flushAccumulated();
+        m_accumulatedSecs = 0;
+    }
+}
+
+void ActivityMonitor::appActivated(const RunningApp& app)
+{
+    // Opening this program's own windows does not end the stay in the previous application.
+    if (app.bundleID == m_options.ownBundleID)
+        return;
+    flushAccumulated();
+    m_accumulatedSecs = 0;
+    beginSession(app);
+}
+
+void ActivityMonitor::beginSession(const std::optional<RunningApp>& app)
+{
+    m_frontApp = app;
+    m_sessionStart = m_clock.now();
+    m_accumulatedSecs = 0;
+
+    const QString id = app ? app->bundleID : QString();
+    AppCategory resolved = category(id);
+    if (resolved.isTerminal && isClaudeCodeActive())
+        resolved = AppCategory{{id}, TokenType::ai, 50, QStringLiteral("Claude Code"), false};
+    m_currentCategory = resolved;
+
+    QString name = app ? app->localizedName : QString();
+    if (name.isEmpty())
+        name = id.isEmpty() ? QStringLiteral("Unknown") : id;
+    const TokenType type = resolved.tokenType;
+    const qint64 rate = resolved.tokensPerMinute;
+    QMetaObject::invokeMethod(
+        this,
+        [this, name, type, rate] {
+            m_currentApp = name;
+            emit currentAppChanged();
+            m_currentType = type;
+            emit currentTypeChanged();
+            m_currentRate = rate;
+            emit currentRateChanged();
+        },
+        Qt::QueuedConnection);
+}
+
+void ActivityMonitor::flush(double minutes, const AppCategory& category)
+{
+    if (!m_frontApp || category.tokensPerMinute < 1)
+        return;
+    const double raw = double(category.tokensPerMinute) * minutes * m_multiplier();
+    const qint64 count = std::max<qint64>(qint64(raw), 1);
+    const QString bundle =
+        m_frontApp->bundleID.isEmpty() ? QStringLiteral("unknown") : m_frontApp->bundleID;
+    const QString name = m_frontApp->localizedName.isEmpty() ? QStringLiteral("Unknown")
+                                                             : m_frontApp->localizedName;
+    m_store.addSession(ActivitySession{QUuid::createUuid(), bundle, name, category.tokenType,
+                                       Timestamp::fromDateTime(m_sessionStart),
+                                       Timestamp::fromDateTime(m_clock.now()), count});
+}
+
+bool ActivityMonitor::isClaudeCodeActive()
+{
+    const QDateTime now = m_clock.now();
+    if (!m_claudeCheckTime || m_claudeCheckTime->secsTo(now) >= m_options.claudeCheckSeconds) {
+        m_claudeCheckTime = now;
+        QPointer<ActivityMonitor> self(this);
+        std::function<bool()> check = m_options.claudeProcessRunning;
+        // The check blocks while the process runs, so it never runs on the main thread; the
+        // answer is stored on the main thread, and only if the monitor still exists.
+        QThreadPool::globalInstance()->start([self, check] {
+            const bool running = check();
+            QMetaObject::invokeMethod(
+                QCoreApplication::instance(),
+                [self, running] {
+                    if (self)
+                        self->m_claudeCodeRunning = running;
+                },
+                Qt::QueuedConnection);
+        });
+    }
+    return m_claudeCodeRunning;
+}
+
+bool ActivityMonitor::claudeProcessRunning()
+{
+    QProcess pgrep;
+    pgrep.setStandardOutputFile(QProcess::nullDevice());
+    pgrep.setStandardErrorFile(QProcess::nullDevice());
+    pgrep.start(QStringLiteral("/usr/bin/pgrep"), {QStringLiteral("-x"), QStringLiteral("claude")});
+    if (!pgrep.waitForStarted() || !pgrep.waitForFinished(10000))
+        return false;
+    return pgrep.exitStatus() == QProcess::NormalExit && pgrep.exitCode() == 0;
+}

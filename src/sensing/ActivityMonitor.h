@@ -1,0 +1,103 @@
+#pragma once
+
+#include "model/AppCategory.h"
+#include "model/TokenType.h"
+#include "platform/Clock.h"
+#include "platform/Defaults.h"
+#include "platform/IdleSource.h"
+#include "platform/Workspace.h"
+
+#include <QDateTime>
+#include <QObject>
+#include <QTimer>
+#include <QVariantList>
+
+#include <functional>
+#include <optional>
+
+class DayStore;
+
+// The main loop: follows the front application on a ten-second tick while the user is at
+// the keyboard, turns each minute there into tokens at the application's rate times the
+// working mode's multiplier, and hands the result to the day store. Coming back from a
+// break of 10 to 120 minutes gives tokens back.
+class ActivityMonitor : public QObject {
+    Q_OBJECT
+    Q_PROPERTY(QString currentApp READ currentApp NOTIFY currentAppChanged)
+    Q_PROPERTY(QString currentType READ currentTypeRaw NOTIFY currentTypeChanged)
+    Q_PROPERTY(qint64 currentRate READ currentRate NOTIFY currentRateChanged)
+    Q_PROPERTY(bool isTracking READ isTracking NOTIFY isTrackingChanged)
+    Q_PROPERTY(qint64 tokenVelocity READ tokenVelocity NOTIFY tokenVelocityChanged)
+
+public:
+    // This program's own identifier: bringing its own windows to the front is not a switch.
+    static constexpr char ownBundleID[] = "com.mindmeter.Mindmeter";
+
+    struct Options {
+        // Each tick counts as ten seconds of activity, however often it runs.
+        int tickIntervalMs = 10000;
+        int claudeCheckSeconds = 30;
+        QString ownBundleID = QString::fromLatin1(ActivityMonitor::ownBundleID);
+        // Whether the command-line AI assistant is running; called off the main thread.
+        std::function<bool()> claudeProcessRunning = &ActivityMonitor::claudeProcessRunning;
+    };
+
+    // multiplier: the current working mode's factor, read at each conversion.
+    ActivityMonitor(DayStore& store, Workspace& workspace, IdleSource& idle,
+                    const Defaults& defaults, const Clock& clock,
+                    std::function<double()> multiplier, Options options,
+                    QObject* parent = nullptr);
+
+    void start();
+    void stop();
+
+    QString currentApp() const { return m_currentApp; }
+    TokenType currentType() const { return m_currentType; }
+    QString currentTypeRaw() const { return TokenTypes::rawValue(m_currentType); }
+    qint64 currentRate() const { return m_currentRate; }
+    bool isTracking() const { return m_isTracking; }
+    qint64 tokenVelocity() const;
+    QVariantList hourlyData() const;
+
+    // Runs `pgrep -x claude` and waits for it: true when a process of exactly that name runs.
+    static bool claudeProcessRunning();
+
+signals:
+    void currentAppChanged();
+    void currentTypeChanged();
+    void currentRateChanged();
+    void isTrackingChanged();
+    void tokenVelocityChanged();
+
+private slots:
+    void tick();
+    void appActivated(const RunningApp& app);
+
+private:
+    void beginSession(const std::optional<RunningApp>& app);
+    void flush(double minutes, const AppCategory& category);
+    bool isClaudeCodeActive();
+    void flushAccumulated();
+
+    DayStore& m_store;
+    Workspace& m_workspace;
+    IdleSource& m_idle;
+    const Defaults& m_defaults;
+    const Clock& m_clock;
+    std::function<double()> m_multiplier;
+    Options m_options;
+
+    QString m_currentApp = QStringLiteral("\u2014");
+    TokenType m_currentType = TokenType::input;
+    qint64 m_currentRate = 0;
+    bool m_isTracking = false;
+
+    QTimer m_tickTimer;
+    std::optional<RunningApp> m_frontApp;
+    QDateTime m_sessionStart;
+    double m_accumulatedSecs = 0;
+    std::optional<AppCategory> m_currentCategory;
+    std::optional<QDateTime> m_idleStartTime;
+    bool m_claudeCodeRunning = false;
+    std::optional<QDateTime> m_claudeCheckTime;
+};

@@ -1,0 +1,216 @@
+#include "SessionContextEngine.h"
+
+#include "model/AppPreferences.h"
+#include "store/DayStore.h"
+
+
+#include <algorithm>
+#include <atomic>
+
+namespace {
+
+std::atomic<SessionContextEngine*> sharedEngine{nullptr};
+
+bool startsWithAny(const QString& id, const QStringList& prefixes)
+{
+    return std::any_of(prefixes.begin(), prefixes.end(),
+                       [&](const QString& p) { return id.startsWith(p); });
+}
+
+} // namespace
+
+const QStringList SessionContextEngine::ideIDs = {
+    "com.apple.dt.Xcode", "com.microsoft.VSCode", "com.jetbrains", "io.cursor",
+    "com.sublimetext",    "com.panic.Nova",       "dev.warp.Warp-Stable", "com.todesktop"};
+// The fourth entry is kitty, a terminal found on both platforms.
+const QStringList SessionContextEngine::terminalIDs = {"com.apple.Terminal", "com.googlecode.iterm2",
+                                                       "dev.warp", "net.kovidgoyal.kitty"};
+const QStringList SessionContextEngine::meetingIDs = {"us.zoom.xos", "com.apple.FaceTime",
+                                                      "com.microsoft.teams", "com.webex",
+                                                      "com.loom", "com.whereby"};
+const QStringList SessionContextEngine::chatIDs = {
+    "com.tinyspeck.slackmacgap", "com.discord",         "com.telegram.desktop",
+    "com.apple.iChat",           "com.apple.MobileSMS", "com.microsoft.teams"};
+const QStringList SessionContextEngine::aiIDs = {"com.anthropic", "claude", "com.openai",
+                                                 "com.todesktop.230313mzl4w4u92"};
+const QStringList SessionContextEngine::writingIDs = {
+    "com.apple.Pages", "com.microsoft.Word", "md.obsidian",
+    "notion.id",       "com.notion",         "com.craftsmanSoftware.CraftDocs",
+    "com.apple.mail",  "com.microsoft.Outlook"};
+const QStringList SessionContextEngine::browserIDs = {
+    "com.apple.Safari", "com.google.Chrome", "org.mozilla.firefox", "company.thebrowser.Browser",
+    "com.microsoft.edgemac"};
+
+QString SessionContextEngine::label(Mode mode)
+{
+    switch (mode) {
+    case Mode::coding:
+        return QStringLiteral("Deep Work");
+    case Mode::writing:
+        return QStringLiteral("Writing");
+    case Mode::communication:
+        return QStringLiteral("Messaging");
+    case Mode::meeting:
+        return QStringLiteral("Meeting");
+    case Mode::aiSession:
+        return QStringLiteral("AI Session");
+    case Mode::browsing:
+        return QStringLiteral("Browsing");
+    case Mode::switching:
+        return QStringLiteral("Switching");
+    case Mode::distracted:
+        return QStringLiteral("Fragmented");
+    case Mode::idle:
+        return QStringLiteral("Idle");
+    }
+    Q_UNREACHABLE();
+}
+
+QString SessionContextEngine::symbol(Mode mode)
+{
+    switch (mode) {
+    case Mode::coding:
+        return QStringLiteral("chevron.left.forwardslash.chevron.right");
+    case Mode::writing:
+        return QStringLiteral("pencil");
+    case Mode::communication:
+        return QStringLiteral("bubble.left.and.bubble.right");
+    case Mode::meeting:
+        return QStringLiteral("video");
+    case Mode::aiSession:
+        return QStringLiteral("sparkles");
+    case Mode::browsing:
+        return QStringLiteral("globe");
+    case Mode::switching:
+        return QStringLiteral("arrow.left.arrow.right");
+    case Mode::distracted:
+        return QStringLiteral("arrow.triangle.2.circlepath");
+    case Mode::idle:
+        return QStringLiteral("moon");
+    }
+    Q_UNREACHABLE();
+}
+
+double SessionContextEngine::multiplier(Mode mode)
+{
+    switch (mode) {
+    case Mode::coding:
+        return 1.4;
+    case Mode::meeting:
+        return 1.1;
+    case Mode::aiSession:
+        return 1.2;
+    case Mode::switching:
+        return 0.8;
+    case Mode::distracted:
+        return 0.6;
+    case Mode::writing:
+    case Mode::communication:
+    case Mode::browsing:
+    case Mode::idle:
+        return 1.0;
+    }
+    Q_UNREACHABLE();
+}
+
+SessionContextEngine::SessionContextEngine(Workspace& workspace, IdleSource& idle, DayStore& store,
+                                           const Defaults& defaults, const Clock& clock,
+                                           Options options, QObject* parent)
+    : QObject(parent)
+    , m_workspace(workspace)
+    , m_idle(idle)
+    , m_store(store)
+    , m_defaults(defaults)
+    , m_clock(clock)
+    , m_options(options)
+{
+    m_timer.setInterval(options.tickIntervalMs);
+    connect(&m_timer, &QTimer::timeout, this, &SessionContextEngine::tick);
+}
+
+SessionContextEngine& SessionContextEngine::shared()
+{
+    SessionContextEngine* e = sharedEngine.load();
+    if (!e)
+        qFatal("SessionContextEngine::shared() used before the engine was created");
+    return *e;
+}
+
+void SessionContextEngine::setShared(SessionContextEngine* engine) { sharedEngine.store(engine); }
+
+void SessionContextEngine::start() { m_timer.start(); }
+
+void SessionContextEngine::stop() { m_timer.stop(); }
+
+QStringList SessionContextEngine::runningBundleIDs()
+{
+    const QDateTime now = m_clock.now();
+    if (m_lastRunningFetch.isValid() &&
+        m_lastRunningFetch.secsTo(now) < m_options.runningCacheSeconds)
+        return m_cachedRunning;
+    m_lastRunningFetch = now;
+    m_cachedRunning.clear();
+    for (const RunningApp& app : m_workspace.runningApplications())
+        if (app.isRegular && !app.bundleID.isEmpty())
+            m_cachedRunning.append(app.bundleID);
+    return m_cachedRunning;
+}
+
+SessionContextEngine::Mode SessionContextEngine::classify(const QString& front,
+                                                          const QStringList& running,
+                                                          qint64 switches)
+{
+    if (switches > 14)
+        return Mode::distracted;
+    if (switches > 7)
+        return Mode::switching;
+    if (startsWithAny(front, aiIDs))
+        return Mode::aiSession;
+    if (startsWithAny(front, meetingIDs))
+        return Mode::meeting;
+    if (startsWithAny(front, chatIDs))
+        return Mode::communication;
+    if (startsWithAny(front, writingIDs))
+        return Mode::writing;
+    // An open IDE anywhere makes otherwise unclassified work deep work.
+    if (startsWithAny(front, ideIDs) ||
+        std::any_of(running.begin(), running.end(),
+                    [](const QString& id) { return startsWithAny(id, ideIDs); }))
+        return Mode::coding;
+    if (startsWithAny(front, browserIDs))
+        return Mode::browsing;
+    return Mode::idle;
+}
+
+void SessionContextEngine::tick()
+{
+    const QDateTime now = m_clock.now();
+    const std::optional<RunningApp> frontApp = m_workspace.frontmostApplication();
+    const QString front = frontApp ? frontApp->bundleID : QString();
+    const QStringList running = runningBundleIDs();
+
+    // A change is logged under the application that was left.
+    if (front != m_lastFrontApp && !m_lastFrontApp.isEmpty())
+        m_switchLog.append({m_lastFrontApp, now});
+    m_lastFrontApp = front;
+
+    const QDateTime cutoff = now.addSecs(-3600);
+    m_switchLog.removeIf([&](const Switch& s) { return s.time < cutoff; });
+    const qint64 count = m_switchLog.size();
+    const Mode mode = classify(front, running, count);
+
+    // Published on a later turn of the event loop; dropped if the engine is gone by then.
+    QMetaObject::invokeMethod(
+        this,
+        [this, mode, count] {
+            m_mode = mode;
+            emit modeChanged();
+            m_switchesLastHour = count;
+            emit switchesLastHourChanged();
+        },
+        Qt::QueuedConnection);
+
+    // An idle user never gets the high-temperature alert.
+    const bool active = m_idle.secondsSinceLastInput() <= AppPreferences::idleTimeout(m_defaults);
+    emit temperatureCheckRequested(active ? m_store.temperature() : 0.0);
+}

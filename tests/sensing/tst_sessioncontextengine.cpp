@@ -1,0 +1,186 @@
+#include "FakeClock.h"
+#include "FakeDesktop.h"
+#include "Sessions.h"
+
+#include "sensing/SessionContextEngine.h"
+#include "store/DayStore.h"
+#include "store/SqliteDefaults.h"
+
+#include <QSignalSpy>
+#include <QTest>
+
+using Mode = SessionContextEngine::Mode;
+
+class SessionContextEngineTest : public QObject {
+    Q_OBJECT
+private slots:
+    void init();
+    void cleanup();
+    void modeTable();
+    void classification_data();
+    void classification();
+    void switchesWithinTheHour();
+    void noFrontAppIsNotASwitch();
+    void runningListIsCachedForThirtySeconds();
+    void temperatureHandOff();
+
+private:
+    void tick()
+    {
+        QVERIFY(QMetaObject::invokeMethod(m_engine.get(), "tick"));
+        settle();
+    }
+
+    std::unique_ptr<SqliteDefaults> m_db;
+    std::unique_ptr<FakeClock> m_clock;
+    std::unique_ptr<DayStore> m_store;
+    FakeWorkspace m_workspace;
+    FakeIdleSource m_idle;
+    std::unique_ptr<SessionContextEngine> m_engine;
+};
+
+void SessionContextEngineTest::init()
+{
+    m_db = SqliteDefaults::open(":memory:");
+    m_clock = std::make_unique<FakeClock>(local(2026, 5, 30, 9));
+    m_store = std::make_unique<DayStore>(*m_db, *m_clock);
+    m_workspace.front.reset();
+    m_workspace.running.clear();
+    m_idle.seconds = 0;
+    m_engine = std::make_unique<SessionContextEngine>(m_workspace, m_idle, *m_store, *m_db, *m_clock);
+}
+
+void SessionContextEngineTest::cleanup()
+{
+    m_engine.reset();
+    m_store.reset(); // before the database it reads
+}
+
+void SessionContextEngineTest::modeTable()
+{
+    QCOMPARE(m_engine->mode(), Mode::idle);
+    QCOMPARE(SessionContextEngine::label(Mode::coding), QString("Deep Work"));
+    QCOMPARE(SessionContextEngine::label(Mode::distracted), QString("Fragmented"));
+    QCOMPARE(SessionContextEngine::symbol(Mode::communication), QString("bubble.left.and.bubble.right"));
+    QCOMPARE(SessionContextEngine::multiplier(Mode::coding), 1.4);
+    QCOMPARE(SessionContextEngine::multiplier(Mode::meeting), 1.1);
+    QCOMPARE(SessionContextEngine::multiplier(Mode::aiSession), 1.2);
+    QCOMPARE(SessionContextEngine::multiplier(Mode::switching), 0.8);
+    QCOMPARE(SessionContextEngine::multiplier(Mode::distracted), 0.6);
+    QCOMPARE(SessionContextEngine::multiplier(Mode::idle), 1.0);
+}
+
+void SessionContextEngineTest::classification_data()
+{
+    QTest::addColumn<QString>("front");
+    QTest::addColumn<QStringList>("running");
+    QTest::addColumn<int>("switches");
+    QTest::addColumn<Mode>("mode");
+    const QStringList none;
+    QTest::newRow("seven switches change nothing") << "com.apple.Safari" << none << 7 << Mode::browsing;
+    QTest::newRow("eight: switching") << "claude" << none << 8 << Mode::switching;
+    QTest::newRow("fifteen: fragmented") << "claude" << none << 15 << Mode::distracted;
+    QTest::newRow("teams is a meeting") << "com.microsoft.teams2" << none << 0 << Mode::meeting;
+    QTest::newRow("todesktop AI app") << "com.todesktop.230313mzl4w4u92" << none << 0 << Mode::aiSession;
+    QTest::newRow("chat") << "com.tinyspeck.slackmacgap" << none << 0 << Mode::communication;
+    QTest::newRow("mail counts as writing") << "com.apple.mail.Thunderbird" << none << 0 << Mode::writing;
+    QTest::newRow("open IDE, spreadsheet in front")
+        << "com.microsoft.Excel" << QStringList{"com.apple.dt.Xcode"} << 0 << Mode::coding;
+    QTest::newRow("IDE in front") << "com.jetbrains.goland" << none << 0 << Mode::coding;
+    QTest::newRow("chat beats an open IDE")
+        << "com.discord" << QStringList{"com.microsoft.VSCode"} << 0 << Mode::communication;
+    QTest::newRow("browser, no IDE") << "org.mozilla.firefox" << none << 0 << Mode::browsing;
+    QTest::newRow("unknown, no IDE") << "org.example.tool" << none << 0 << Mode::idle;
+    QTest::newRow("nothing in front") << "" << none << 0 << Mode::idle;
+    QTest::newRow("prefix is case-sensitive") << "COM.DISCORD" << none << 0 << Mode::idle;
+}
+
+void SessionContextEngineTest::classification()
+{
+    QFETCH(QString, front);
+    QFETCH(QStringList, running);
+    QFETCH(int, switches);
+    QFETCH(Mode, mode);
+    QCOMPARE(SessionContextEngine::classify(front, running, switches), mode);
+}
+
+void SessionContextEngineTest::switchesWithinTheHour()
+{
+    QSignalSpy modeChanged(m_engine.get(), &SessionContextEngine::modeChanged);
+    m_workspace.front = app("com.apple.Safari");
+    tick();
+    QCOMPARE(m_engine->mode(), Mode::browsing);
+    QCOMPARE(modeChanged.count(), 1);
+    tick();
+    QCOMPARE(modeChanged.count(), 2); // written on every tick, changed or not
+
+    // Eight changes, one per tick, ten seconds apart.
+    const QDateTime firstSwitch = m_clock->now().addSecs(10);
+    for (int i = 0; i < 8; ++i) {
+        m_clock->advanceSeconds(10);
+        m_workspace.front = app(i % 2 ? "com.apple.Safari" : "org.example.a");
+        tick();
+    }
+    QCOMPARE(m_engine->switchesLastHour(), qint64(8));
+    QCOMPARE(m_engine->mode(), Mode::switching);
+    QCOMPARE(m_engine->multiplier(), 0.8);
+
+    // An entry exactly an hour old is kept; a second later it is gone.
+    m_clock->set(firstSwitch.addSecs(3600));
+    tick();
+    QCOMPARE(m_engine->switchesLastHour(), qint64(8));
+    m_clock->advanceSeconds(1);
+    tick();
+    QCOMPARE(m_engine->switchesLastHour(), qint64(7));
+    QCOMPARE(m_engine->mode(), Mode::browsing);
+}
+
+void SessionContextEngineTest::noFrontAppIsNotASwitch()
+{
+    tick(); // nothing in front
+    m_workspace.front = app("com.apple.Safari");
+    tick(); // from nothing: not logged
+    QCOMPARE(m_engine->switchesLastHour(), qint64(0));
+    m_workspace.front.reset();
+    tick(); // logged under Safari, the application left
+    m_workspace.front = app("com.apple.Safari");
+    tick(); // from nothing again: not logged
+    QCOMPARE(m_engine->switchesLastHour(), qint64(1));
+}
+
+void SessionContextEngineTest::runningListIsCachedForThirtySeconds()
+{
+    m_workspace.front = app("com.microsoft.Excel");
+    tick();
+    QCOMPARE(m_engine->mode(), Mode::idle);
+    RunningApp background = app("com.apple.dt.Xcode");
+    m_workspace.running = {background};
+    m_clock->advanceSeconds(29);
+    tick();
+    QCOMPARE(m_engine->mode(), Mode::idle); // opened under 30 s ago: not yet seen
+    m_clock->advanceSeconds(1);
+    tick();
+    QCOMPARE(m_engine->mode(), Mode::coding);
+
+    // Only regular applications count.
+    m_workspace.running[0].isRegular = false;
+    m_clock->advanceSeconds(30);
+    tick();
+    QCOMPARE(m_engine->mode(), Mode::idle);
+}
+
+void SessionContextEngineTest::temperatureHandOff()
+{
+    QSignalSpy checks(m_engine.get(), &SessionContextEngine::temperatureCheckRequested);
+    m_store->addSessions({makeSession(TokenType::reasoning, 10, m_clock->now()),
+                          makeSession(TokenType::output, 15, m_clock->now())});
+    settle();
+    tick();
+    QCOMPARE(checks.last().at(0).toDouble(), 0.5);
+    m_idle.seconds = 181; // idle by the time-out: never a high-temperature alert
+    tick();
+    QCOMPARE(checks.last().at(0).toDouble(), 0.0);
+}
+
+QTEST_GUILESS_MAIN(SessionContextEngineTest)
+#include "tst_sessioncontextengine.moc"
