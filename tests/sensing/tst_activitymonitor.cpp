@@ -8,6 +8,7 @@
 
 #include <QSignalSpy>
 #include <QTest>
+#include <QThreadPool>
 
 #include <atomic>
 
@@ -223,7 +224,9 @@ void ActivityMonitorTest::claudeInATerminalCountsAsAI()
     // The first stay in the terminal starts the check and sees its old answer.
     m_workspace.activate(app("com.apple.Terminal.GNOME", "Terminal"));
     tick(6);
-    QTRY_COMPARE(checks.load(), 1);
+    QThreadPool::globalInstance()->waitForDone(); // the check ran and posted its answer
+    settle();
+    QCOMPARE(checks.load(), 1);
     QCOMPARE(m_store->sessions().last().tokenType, TokenType::reasoning);
 
     m_workspace.activate(app("com.microsoft.VSCode", "Code"));
@@ -234,14 +237,19 @@ void ActivityMonitorTest::claudeInATerminalCountsAsAI()
     QCOMPARE(s.rawTokens, qint64(50));
     QCOMPARE(s.appBundleID, QString("com.apple.Terminal.GNOME"));
     QCOMPARE(s.appName, QString("Terminal"));
-    // Sixty seconds had passed, so that switch started a second check; within 30 s of it,
-    // switching back and forth starts none.
-    QTRY_COMPARE(checks.load(), 2);
+    // Each switch into the terminal came 60 s after the last check, so each started one.
+    QThreadPool::globalInstance()->waitForDone();
+    QCOMPARE(checks.load(), 2);
+    m_workspace.activate(app("com.microsoft.VSCode", "Code"));
+    m_workspace.activate(app("com.apple.Terminal.GNOME", "Terminal"));
+    QThreadPool::globalInstance()->waitForDone();
+    QCOMPARE(checks.load(), 3);
+    // Within 30 s of a check, switching back and forth starts none.
     m_clock->advanceSeconds(29);
     m_workspace.activate(app("com.microsoft.VSCode", "Code"));
     m_workspace.activate(app("com.apple.Terminal.GNOME", "Terminal"));
-    settle();
-    QCOMPARE(checks.load(), 2);
+    QThreadPool::globalInstance()->waitForDone();
+    QCOMPARE(checks.load(), 3);
 
     QVERIFY(ActivityMonitor::claudeProcessRunning() == false); // no such process here
 }

@@ -8,8 +8,7 @@ namespace {
 // Reads at most this much of a /proc file: they are tiny, and nothing there should be large.
 constexpr qint64 maxProcRead = 64 * 1024;
 
-QByteArray readSmallFile(const QString& path)
-{
+QByteArray readSmallFile(const QString& path) {
     QFile f(path);
     if (!f.open(QIODevice::ReadOnly))
         return {};
@@ -24,12 +23,9 @@ AppIdentityResolver::AppIdentityResolver(DesktopEntryIndex& entries, const AppAl
     , m_aliases(aliases)
     , m_ownPid(ownPid)
     , m_ownIdentifier(std::move(ownIdentifier))
-    , m_procRoot(std::move(procRoot))
-{
-}
+    , m_procRoot(std::move(procRoot)) {}
 
-QString AppIdentityResolver::sandboxId(qint64 pid) const
-{
+QString AppIdentityResolver::sandboxId(qint64 pid) const {
     if (pid <= 0)
         return {};
     const QString proc = m_procRoot + u'/' + QString::number(pid);
@@ -48,8 +44,10 @@ QString AppIdentityResolver::sandboxId(qint64 pid) const
     // Both also name the application in the process's cgroup:
     // ".../app-flatpak-org.gimp.GIMP-1234.scope", ".../snap.firefox.firefox-….scope".
     const QString cgroup = QString::fromUtf8(readSmallFile(proc + QStringLiteral("/cgroup")));
-    static const QRegularExpression flatpak(QStringLiteral(R"(app-flatpak-([A-Za-z0-9_.\-]+?)-\d+\.scope)"));
-    static const QRegularExpression snap(QStringLiteral(R"(snap\.([a-z0-9\-]+)\.([A-Za-z0-9\-]+)[.-])"));
+    static const QRegularExpression flatpak(
+        QStringLiteral(R"(app-flatpak-([A-Za-z0-9_.\-]+?)-\d+\.scope)"));
+    static const QRegularExpression snap(QStringLiteral(
+        R"(snap\.([a-z0-9\-]+)\.([A-Za-z0-9\-]+?)(?:-[0-9a-f]{8}[0-9a-f\-]*)?\.scope)"));
     if (const QRegularExpressionMatch m = flatpak.match(cgroup); m.hasMatch())
         return m.captured(1);
     if (const QRegularExpressionMatch m = snap.match(cgroup); m.hasMatch())
@@ -57,8 +55,7 @@ QString AppIdentityResolver::sandboxId(qint64 pid) const
     return {};
 }
 
-RunningApp AppIdentityResolver::resolve(const WindowFacts& window)
-{
+RunningApp AppIdentityResolver::resolve(const WindowFacts& window) {
     RunningApp app;
     app.pid = window.pid;
     if (m_ownPid > 0 && window.pid == m_ownPid) {
@@ -97,8 +94,8 @@ RunningApp AppIdentityResolver::resolve(const WindowFacts& window)
             }
 
     std::optional<AppAliases::Alias> alias;
-    for (const QString& name : {desktopId, window.gtkApplicationId, kdeId, sandbox, window.wmClass,
-                                window.wmInstance})
+    for (const QString& name :
+         {desktopId, window.gtkApplicationId, kdeId, sandbox, window.wmClass, window.wmInstance})
         if ((alias = m_aliases.find(name)))
             break;
 

@@ -1,0 +1,149 @@
+// `mindmeter track` as a user runs it, on a private X server (see support/run-with-xvfb.sh).
+
+#include "X11Windows.h"
+
+#include "model/SessionCodec.h"
+
+#include <QDateTime>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QTemporaryDir>
+#include <QTest>
+
+#include <signal.h>
+
+class TrackTest : public QObject {
+    Q_OBJECT
+private slots:
+    void init();
+    void recordsTheFocusedTerminal();
+    void refusesWithoutAnX11Display_data();
+    void refusesWithoutAnX11Display();
+
+private:
+    QProcessEnvironment environment() const;
+    QProcess* startTrack(const QStringList& extra = {});
+    QByteArray run(const QStringList& args, int* exitCode = nullptr);
+
+    std::unique_ptr<QTemporaryDir> m_dir;
+    X11Windows m_windows;
+};
+
+void TrackTest::init() {
+    m_dir = std::make_unique<QTemporaryDir>();
+}
+
+QProcessEnvironment TrackTest::environment() const {
+    QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+    env.insert("XDG_DATA_HOME", m_dir->filePath("data"));
+    env.insert("XDG_DATA_DIRS",
+               m_dir->filePath("no-system-entries")); // identities from the alias table
+    env.insert("TZ", "UTC");
+    return env;
+}
+
+QProcess* TrackTest::startTrack(const QStringList& extra) {
+    auto* p = new QProcess(this);
+    p->setProcessEnvironment(environment());
+    p->start(MINDMETER_EXECUTABLE, QStringList{"track", "--tick-ms", "50"} + extra);
+    return p;
+}
+
+QByteArray TrackTest::run(const QStringList& args, int* exitCode) {
+    QProcess p;
+    p.setProcessEnvironment(environment());
+    p.start(MINDMETER_EXECUTABLE, args);
+    p.waitForFinished(30000);
+    if (exitCode)
+        *exitCode = p.exitCode();
+    return p.readAllStandardOutput() + p.readAllStandardError();
+}
+
+void TrackTest::recordsTheFocusedTerminal() {
+    const quint32 term = m_windows.openTerminal("xterm", "XTerm");
+    QVERIFY(term);
+    X11Windows::activate(term);
+    X11Windows::moveMouse(50, 50); // the user is present
+
+    QProcess* track = startTrack();
+    QVERIFY(track->waitForStarted());
+    QByteArray said;
+    QTRY_VERIFY2((said += track->readAllStandardError()).contains("tracking"), said.constData());
+
+    // A second tracker would count every minute twice.
+    int status = 0;
+    const QByteArray second = run({"track"}, &status);
+    QCOMPARE(status, 1);
+    QVERIFY2(second.contains("tracking is already running (process " +
+                             QByteArray::number(track->processId()) + ")"),
+             second.constData());
+
+    // Fifty-millisecond ticks: a counted minute every 0.3 s.
+    QTest::qWait(2500);
+    ::kill(pid_t(track->processId()), SIGTERM);
+    QVERIFY(track->waitForFinished(10000));
+    QCOMPARE(track->exitStatus(), QProcess::NormalExit);
+    QCOMPARE(track->exitCode(), 0);
+
+    const QString day = QDateTime::currentDateTimeUtc().date().toString(Qt::ISODate);
+    const auto sessions =
+        SessionCodec::decodeDay(run({"defaults", "read", "mindmeter.sessions." + day}));
+    QVERIFY(sessions);
+    QVERIFY2(sessions->size() >= 3, qPrintable(QString::number(sessions->size())));
+    qint64 raw = 0;
+    for (const ActivitySession& s : *sessions) {
+        QCOMPARE(s.appBundleID, QString("com.apple.Terminal.XTerm"));
+        QCOMPARE(s.appName, QString("XTerm"));
+        QCOMPARE(s.tokenType, TokenType::reasoning);
+        raw += s.rawTokens;
+    }
+    // Terminal time earns 8 per minute; whole minutes at the neutral multiplier, plus the
+    // part-minute flushed when tracking stopped.
+    QVERIFY(raw >= 8 * (sessions->size() - 1));
+    const QJsonObject status2 = QJsonDocument::fromJson(run({"status", "--json"})).object();
+    QCOMPARE(status2["sessionCount"].toInteger(), sessions->size());
+    QCOMPARE(status2["tokensByType"].toObject()["reasoning"].toInteger(), raw * 3);
+
+    // The lock went with the process: tracking can start again.
+    QProcess* again = startTrack();
+    said.clear();
+    QTRY_VERIFY2((said += again->readAllStandardError()).contains("tracking"), said.constData());
+    ::kill(pid_t(again->processId()), SIGINT);
+    QVERIFY(again->waitForFinished(10000));
+    QCOMPARE(again->exitCode(), 0);
+}
+
+void TrackTest::refusesWithoutAnX11Display_data() {
+    QTest::addColumn<QStringList>("unset");
+    QTest::addColumn<QStringList>("set");
+    QTest::addColumn<QString>("message");
+    QTest::newRow("no display") << QStringList{"DISPLAY", "WAYLAND_DISPLAY"} << QStringList{}
+                                << "cannot track: no X11 display: DISPLAY is not set";
+    QTest::newRow("Wayland only") << QStringList{"DISPLAY"}
+                                  << QStringList{"WAYLAND_DISPLAY=wayland-0",
+                                                 "XDG_SESSION_TYPE=wayland"}
+                                  << "this Wayland session has no X11 display";
+    QTest::newRow("display gone") << QStringList{} << QStringList{"DISPLAY=:4711"}
+                                  << "cannot connect to the X11 display :4711";
+}
+
+void TrackTest::refusesWithoutAnX11Display() {
+    QFETCH(QStringList, unset);
+    QFETCH(QStringList, set);
+    QFETCH(QString, message);
+    QProcessEnvironment env = environment();
+    for (const QString& name : unset)
+        env.remove(name);
+    for (const QString& pair : set)
+        env.insert(pair.section('=', 0, 0), pair.section('=', 1));
+    QProcess p;
+    p.setProcessEnvironment(env);
+    p.start(MINDMETER_EXECUTABLE, {"track"});
+    QVERIFY(p.waitForFinished(10000));
+    QCOMPARE(p.exitCode(), 1);
+    const QByteArray err = p.readAllStandardError();
+    QVERIFY2(err.startsWith("mindmeter: ") && err.contains(message.toUtf8()), err.constData());
+}
+
+QTEST_GUILESS_MAIN(TrackTest)
+#include "tst_track.moc"

@@ -1,0 +1,114 @@
+// Runs on a private X server with a window manager (see support/run-with-xvfb.sh).
+
+#include "X11Windows.h"
+
+#include "platform/linux/AppAliases.h"
+#include "platform/linux/AppIdentityResolver.h"
+#include "platform/linux/DesktopEntryIndex.h"
+#include "platform/linux/X11IdleSource.h"
+#include "platform/linux/X11Workspace.h"
+
+#include <QDir>
+#include <QFile>
+#include <QSignalSpy>
+#include <QTemporaryDir>
+#include <QTest>
+
+class X11WorkspaceTest : public QObject {
+    Q_OBJECT
+private slots:
+    void initTestCase();
+    void activationsCarryTheApplication();
+    void runningApplications();
+    void idleTimeFollowsInput();
+    void noDisplay();
+
+private:
+    QTemporaryDir m_data;
+    std::unique_ptr<DesktopEntryIndex> m_entries;
+    std::unique_ptr<AppIdentityResolver> m_resolver;
+    std::unique_ptr<X11Workspace> m_workspace;
+    X11Windows m_windows;
+    quint32 m_code = 0, m_term = 0;
+};
+
+void X11WorkspaceTest::initTestCase() {
+    QVERIFY2(qEnvironmentVariableIsSet("DISPLAY"), "run through run-with-xvfb.sh");
+    QDir().mkpath(m_data.filePath("applications"));
+    QFile entry(m_data.filePath("applications/code.desktop"));
+    QVERIFY(entry.open(QIODevice::WriteOnly));
+    entry.write(
+        "[Desktop Entry]\nType=Application\nName=Visual Studio Code\nStartupWMClass=Code\n");
+    entry.close();
+    m_entries = std::make_unique<DesktopEntryIndex>(QStringList{m_data.path()}, QStringList{});
+    m_resolver = std::make_unique<AppIdentityResolver>(*m_entries, AppAliases::builtIn(), 0,
+                                                       "com.mindmeter.Mindmeter");
+    QString error;
+    m_workspace = X11Workspace::open(*m_resolver, &error);
+    QVERIFY2(m_workspace, qPrintable(error));
+    QVERIFY(m_workspace->hasActiveWindowSupport()); // openbox publishes it
+
+    // Two windows: one that calls itself VS Code by its class, and a plain xterm.
+    m_code = m_windows.openTerminal("code", "Code");
+    m_term = m_windows.openTerminal("xterm", "XTerm");
+    QVERIFY(m_code && m_term);
+}
+
+void X11WorkspaceTest::activationsCarryTheApplication() {
+    QSignalSpy activated(m_workspace.get(), &Workspace::applicationActivated);
+    X11Windows::activate(m_code);
+    QTRY_VERIFY(!activated.isEmpty());
+    RunningApp app = activated.last().at(0).value<RunningApp>();
+    QCOMPARE(app.bundleID, QString("com.microsoft.VSCode"));
+    QCOMPARE(app.localizedName, QString("Visual Studio Code"));
+    QCOMPARE(m_workspace->frontmostApplication()->bundleID, QString("com.microsoft.VSCode"));
+
+    X11Windows::activate(m_term);
+    QTRY_COMPARE(activated.last().at(0).value<RunningApp>().bundleID,
+                 QString("com.apple.Terminal.XTerm"));
+    const qsizetype count = activated.size();
+
+    // Activating the window already in front again is no new activation.
+    X11Windows::activate(m_term);
+    QTest::qWait(300);
+    QCOMPARE(activated.size(), count);
+    QCOMPARE(m_workspace->frontmostApplication()->localizedName, QString("XTerm"));
+}
+
+void X11WorkspaceTest::runningApplications() {
+    const QList<RunningApp> apps = m_workspace->runningApplications();
+    QStringList ids;
+    for (const RunningApp& a : apps)
+        ids << a.bundleID;
+    QVERIFY2(ids.contains("com.microsoft.VSCode"), qPrintable(ids.join(',')));
+    QVERIFY(ids.contains("com.apple.Terminal.XTerm"));
+    QCOMPARE(ids.size(), 2);
+}
+
+void X11WorkspaceTest::idleTimeFollowsInput() {
+    QString error;
+    std::unique_ptr<X11IdleSource> idle = X11IdleSource::open(&error);
+    QVERIFY2(idle, qPrintable(error));
+    X11Windows::moveMouse(100, 100);
+    QTest::qWait(1500);
+    const double before = idle->secondsSinceLastInput();
+    QVERIFY2(before >= 1.0, qPrintable(QString::number(before)));
+    X11Windows::moveMouse(200, 150);
+    QTRY_VERIFY(idle->secondsSinceLastInput() < before);
+    QVERIFY(idle->secondsSinceLastInput() < 1.0);
+}
+
+void X11WorkspaceTest::noDisplay() {
+    const QByteArray display = qgetenv("DISPLAY");
+    qunsetenv("DISPLAY");
+    QString error;
+    QVERIFY(!X11Workspace::open(*m_resolver, &error));
+    QVERIFY(error.contains("DISPLAY is not set"));
+    qputenv("DISPLAY", ":4711"); // nobody there
+    QVERIFY(!X11Workspace::open(*m_resolver, &error));
+    QVERIFY(error.contains("cannot connect"));
+    qputenv("DISPLAY", display);
+}
+
+QTEST_GUILESS_MAIN(X11WorkspaceTest)
+#include "tst_x11workspace.moc"
