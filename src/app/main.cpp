@@ -1,10 +1,18 @@
 #include "CommandLine.h"
+#include "SnapshotMode.h"
 
 #include "platform/Clock.h"
 
 #include <QCoreApplication>
 
-int main(int argc, char* argv[]) {
+int main(int argc, char* argv[])
+{
+    // The snapshot mode renders views and needs a GUI application; every other verb runs
+    // without one.
+    for (int i = 1; i + 1 < argc; ++i)
+        if (qstrcmp(argv[i], "--snapshot") == 0)
+            return SnapshotMode::run(argc, argv, QString::fromLocal8Bit(argv[i + 1]));
+
     QCoreApplication app(argc, argv);
     QCoreApplication::setApplicationName(QStringLiteral("mindmeter"));
     const QStringList args = QCoreApplication::arguments().mid(1);

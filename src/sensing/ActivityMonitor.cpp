@@ -30,6 +30,8 @@ ActivityMonitor::ActivityMonitor(DayStore& store, Workspace& workspace, IdleSour
     connect(&m_tickTimer, &QTimer::timeout, this, &ActivityMonitor::tick);
     connect(&m_store, &DayStore::cachedVelocityChanged, this,
             &ActivityMonitor::tokenVelocityChanged);
+    connect(&m_store, &DayStore::cachedHourlyBucketsChanged, this,
+            &ActivityMonitor::hourlyDataChanged);
 }
 
 qint64 ActivityMonitor::tokenVelocity() const { return m_store.history().cachedVelocity; }

@@ -28,6 +28,7 @@ class ActivityMonitor : public QObject {
     Q_PROPERTY(qint64 currentRate READ currentRate NOTIFY currentRateChanged)
     Q_PROPERTY(bool isTracking READ isTracking NOTIFY isTrackingChanged)
     Q_PROPERTY(qint64 tokenVelocity READ tokenVelocity NOTIFY tokenVelocityChanged)
+    Q_PROPERTY(QVariantList hourlyData READ hourlyData NOTIFY hourlyDataChanged)
 
 public:
     // This program's own identifier: bringing its own windows to the front is not a switch.
@@ -68,6 +69,7 @@ signals:
     void currentRateChanged();
     void isTrackingChanged();
     void tokenVelocityChanged();
+    void hourlyDataChanged();
 
 private slots:
     void tick();

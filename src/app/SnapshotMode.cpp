@@ -1,0 +1,251 @@
+#include "SnapshotMode.h"
+
+#include "demo/DemoServices.h"
+#include "demo/DemoWorkspace.h"
+
+#include "model/AppEvents.h"
+#include "model/PreferencesModel.h"
+#include "sensing/ActivityMonitor.h"
+#include "sensing/SessionContextEngine.h"
+#include "store/DayStore.h"
+#include "store/DemoData.h"
+#include "store/SqliteDefaults.h"
+#include "views/Symbols.h"
+
+#include <QDir>
+#include <QElapsedTimer>
+#include <QGuiApplication>
+#include <QPalette>
+#include <QQmlComponent>
+#include <QQmlExtensionPlugin>
+#include <QQmlEngine>
+#include <QQuickItem>
+#include <QQuickStyle>
+#include <QQuickWindow>
+
+#include <cstdio>
+
+Q_IMPORT_QML_PLUGIN(MindmeterPlugin)
+
+namespace {
+
+// Fixed so the pictures do not depend on the day they are made: a Thursday afternoon.
+class SnapshotClock final : public Clock {
+public:
+    QDateTime now() const override { return QDateTime(QDate(2026, 5, 28), QTime(15, 40)); }
+};
+
+QPalette themePalette(bool dark)
+{
+    QPalette p;
+    const QColor window = dark ? QColor(0x1e, 0x1e, 0x20) : QColor(0xec, 0xec, 0xee);
+    const QColor base = dark ? QColor(0x2c, 0x2c, 0x2e) : QColor(0xff, 0xff, 0xff);
+    const QColor text = dark ? QColor(0xf2, 0xf2, 0xf7) : QColor(0x1d, 0x1d, 0x1f);
+    p.setColor(QPalette::Window, window);
+    p.setColor(QPalette::Base, base);
+    p.setColor(QPalette::AlternateBase, window);
+    p.setColor(QPalette::Button, base);
+    p.setColor(QPalette::WindowText, text);
+    p.setColor(QPalette::Text, text);
+    p.setColor(QPalette::ButtonText, text);
+    p.setColor(QPalette::Highlight, QColor(0x00, 0x7a, 0xff));
+    p.setColor(QPalette::HighlightedText, Qt::white);
+    return p;
+}
+
+const char* const cardNames[] = {
+    "CurrentActivityCard", "TotalTokensCard", "TokenBreakdownCard", "TemperatureCard",
+    "SaturationCard",      "SessionModeCard", "VelocityChartCard",  "WeeklyChartCard",
+    "DailyHistoryCard",    "TrendsCard",      "DailyGoalCard",      "ExportCard",
+    "AppVersionRow",
+};
+
+class Renderer {
+public:
+    Renderer(QString directory, QVariantMap models)
+        : m_directory(std::move(directory))
+        , m_models(std::move(models))
+    {
+    }
+
+    bool renderAll()
+    {
+        for (bool dark : {false, true}) {
+            QGuiApplication::setPalette(themePalette(dark));
+            const QString theme = dark ? QStringLiteral("dark") : QStringLiteral("light");
+            if (!renderPopover(theme) || !renderFullDashboard(theme) || !renderOnboarding(theme))
+                return false;
+        }
+        return true;
+    }
+
+    QStringList written() const { return m_written; }
+    QString error() const { return m_error; }
+
+private:
+    QQuickItem* create(const QString& type, QQuickWindow& window, QVariantMap properties)
+    {
+        QQmlComponent component(&m_engine,
+                                QUrl(QStringLiteral("qrc:/qt-project.org/imports/Mindmeter/%1.qml").arg(type)));
+        if (!component.isReady()) {
+            m_error = component.errorString();
+            return nullptr;
+        }
+        QObject* object = component.createWithInitialProperties(properties);
+        auto* item = qobject_cast<QQuickItem*>(object);
+        if (!item) {
+            m_error = component.errorString();
+            delete object;
+            return nullptr;
+        }
+        item->setParent(&window);
+        item->setParentItem(window.contentItem());
+        return item;
+    }
+
+    QImage grab(QQuickWindow& window)
+    {
+        window.show();
+        // Let layouts settle and any transition finish before the picture is taken.
+        QElapsedTimer settle;
+        settle.start();
+        while (settle.elapsed() < 300)
+            QCoreApplication::processEvents(QEventLoop::AllEvents, 50);
+        return window.grabWindow();
+    }
+
+    bool save(const QImage& image, const QString& name)
+    {
+        const QString path = QDir(m_directory).filePath(name + QStringLiteral(".png"));
+        if (image.isNull() || !image.save(path)) {
+            m_error = QStringLiteral("cannot write %1").arg(path);
+            return false;
+        }
+        m_written << path;
+        return true;
+    }
+
+    bool renderPopover(const QString& theme)
+    {
+        QQuickWindow window;
+        window.resize(380, 460);
+        if (!create(QStringLiteral("RootPopoverView"), window, m_models))
+            return false;
+        return save(grab(window), QStringLiteral("popover-") + theme);
+    }
+
+    bool renderOnboarding(const QString& theme)
+    {
+        auto* preferences = m_models.value(QStringLiteral("preferences")).value<PreferencesModel*>();
+        preferences->setHasLaunchedBefore(false);
+        QQuickWindow window;
+        window.resize(380, 460);
+        const bool ok = create(QStringLiteral("RootPopoverView"), window, m_models) &&
+                        save(grab(window), QStringLiteral("onboarding-") + theme);
+        preferences->setHasLaunchedBefore(true);
+        return ok;
+    }
+
+    // The popover grown to its full height, so every card shows in one picture; each card
+    // is also cut out on its own.
+    bool renderFullDashboard(const QString& theme)
+    {
+        QVariantMap properties = m_models;
+        properties.remove(QStringLiteral("events"));
+        QQuickWindow window;
+        window.resize(380, 460);
+        QQuickItem* view = create(QStringLiteral("PopoverView"), window, properties);
+        if (!view)
+            return false;
+        view->setSize(QSizeF(380, 460));
+        grab(window); // lay out once to learn the column's height
+        auto* dashboard = view->findChild<QQuickItem*>(QStringLiteral("dashboard"));
+        auto* header = view->findChild<QQuickItem*>(QStringLiteral("header"));
+        const int height = int(std::ceil(header->height() + 1 + dashboard->implicitHeight() + 20));
+        window.resize(380, height);
+        view->setSize(QSizeF(380, height));
+        const QImage image = grab(window);
+        if (!save(image, QStringLiteral("dashboard-") + theme))
+            return false;
+        for (const char* name : cardNames) {
+            auto* card = view->findChild<QQuickItem*>(QString::fromLatin1(name));
+            if (!card || !card->isVisible()) {
+                m_error = QStringLiteral("no %1 on the dashboard").arg(QString::fromLatin1(name));
+                return false;
+            }
+            const QRect rect =
+                card->mapRectToScene(QRectF(0, 0, card->width(), card->height())).toAlignedRect();
+            if (!save(image.copy(rect.adjusted(-4, -4, 4, 5)),
+                      QStringLiteral("card-%1-%2").arg(QString::fromLatin1(name), theme)))
+                return false;
+        }
+        return true;
+    }
+
+    QString m_directory;
+    QVariantMap m_models;
+    QQmlEngine m_engine;
+    QStringList m_written;
+    QString m_error;
+};
+
+} // namespace
+
+int SnapshotMode::run(int argc, char* argv[], const QString& directory)
+{
+    if (!qEnvironmentVariableIsSet("QT_QPA_PLATFORM"))
+        qputenv("QT_QPA_PLATFORM", "offscreen");
+    QQuickWindow::setGraphicsApi(QSGRendererInterface::Software);
+    QGuiApplication app(argc, argv);
+    QQuickStyle::setStyle(QStringLiteral("Fusion"));
+    QLocale::setDefault(QLocale(QLocale::English, QLocale::UnitedStates));
+
+    if (!Symbols::loadFont()) {
+        std::fprintf(stderr, "mindmeter: the icon font (Material Icons) is not installed\n");
+        return 1;
+    }
+    if (!QDir().mkpath(directory)) {
+        std::fprintf(stderr, "mindmeter: cannot create %s\n", qPrintable(directory));
+        return 1;
+    }
+
+    // Demo data in memory only: the user's own store is never opened.
+    std::unique_ptr<SqliteDefaults> defaults = SqliteDefaults::open(QStringLiteral(":memory:"));
+    const SnapshotClock clock;
+    DemoData::fill(*defaults, clock.now());
+
+    DayStore store(*defaults, clock);
+    DemoWorkspace desktop;
+    SessionContextEngine context(desktop, desktop, store, *defaults, clock);
+    ActivityMonitor monitor(store, desktop, desktop, *defaults, clock,
+                            [&context] { return context.multiplier(); }, {});
+    monitor.start();
+    QMetaObject::invokeMethod(&context, "tick");
+    store.waitForHistory();
+    QCoreApplication::processEvents();
+
+    PreferencesModel preferences(*defaults);
+    AppEvents events;
+    DemoServices services;
+    const QVariantMap models{
+        {QStringLiteral("store"), QVariant::fromValue(&store)},
+        {QStringLiteral("monitor"), QVariant::fromValue(&monitor)},
+        {QStringLiteral("context"), QVariant::fromValue(&context)},
+        {QStringLiteral("spotlight"), QVariant::fromValue<QObject*>(&services)},
+        {QStringLiteral("checker"), QVariant::fromValue<QObject*>(&services)},
+        {QStringLiteral("exporter"), QVariant::fromValue<QObject*>(&services)},
+        {QStringLiteral("preferences"), QVariant::fromValue(&preferences)},
+        {QStringLiteral("events"), QVariant::fromValue(&events)},
+    };
+
+    Renderer renderer(directory, models);
+    const bool ok = renderer.renderAll();
+    for (const QString& path : renderer.written())
+        std::printf("%s\n", qPrintable(path));
+    if (!ok) {
+        std::fprintf(stderr, "mindmeter: %s\n", qPrintable(renderer.error()));
+        return 1;
+    }
+    monitor.stop();
+    return 0;
+}

@@ -1,0 +1,23 @@
+#pragma once
+
+#include <QJSValue>
+#include <QObject>
+#include <QString>
+
+// What the dashboard shows of the repository monitor, the update check and the export in
+// the snapshot mode: a project being worked on and a newer version announced. Actions do
+// nothing.
+class DemoServices : public QObject {
+    Q_OBJECT
+    Q_PROPERTY(QString activeProject READ activeProject CONSTANT)
+    Q_PROPERTY(bool updateAvailable READ updateAvailable CONSTANT)
+    Q_PROPERTY(QString latestVersion READ latestVersion CONSTANT)
+public:
+    using QObject::QObject;
+    QString activeProject() const { return QStringLiteral("mindmeter"); }
+    bool updateAvailable() const { return true; }
+    QString latestVersion() const { return QStringLiteral("1.5.0"); }
+    Q_INVOKABLE void downloadAndOpen(const QJSValue&) {}
+    Q_INVOKABLE void copySummaryToPasteboard() {}
+    Q_INVOKABLE void exportCSV() {}
+};

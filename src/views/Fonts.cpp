@@ -1,0 +1,5 @@
+#include "Fonts.h"
+
+#include <QFontDatabase>
+
+QString Fonts::monospace() const { return QFontDatabase::systemFont(QFontDatabase::FixedFont).family(); }
