@@ -7,11 +7,16 @@ packages=(
     # Build
     build-essential cmake ninja-build pkg-config
     qt6-base-dev libsqlite3-dev libxcb1-dev libxcb-screensaver0-dev
+    qt6-declarative-dev qt6-declarative-dev-tools
+    # Run time: Qt Quick modules and platform plugins, the icon font, a text font
+    qml6-module-qtquick qml6-module-qtquick-controls qml6-module-qtquick-layouts
+    qml6-module-qtquick-templates qml6-module-qtquick-window qml6-module-qtqml-workerscript
+    qt6-qpa-plugins fonts-material-design-icons-iconfont fonts-dejavu-core
     # Run time: the process check for the command-line AI assistant
     procps
     # Tests: time-zone rules for the daylight-saving cases; an X server, a window manager,
     # windows and input for the desktop tests
-    tzdata xvfb openbox xdotool xterm x11-utils
+    tzdata xvfb openbox xdotool xterm x11-utils qml6-module-qttest
 )
 
 missing=()
