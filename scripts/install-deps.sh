@@ -7,8 +7,9 @@ packages=(
     # Build
     build-essential cmake ninja-build pkg-config
     qt6-base-dev libsqlite3-dev
-    # Tests: time-zone rules for the daylight-saving cases
-    tzdata
+    # Tests: time-zone rules for the daylight-saving cases, and a private session bus for
+    # the desktop-notification tests
+    tzdata dbus-daemon
 )
 
 missing=()

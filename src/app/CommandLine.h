@@ -37,6 +37,9 @@ private:
     int defaults(const QStringList& args);
     int status(const QStringList& args);
     int history(const QStringList& args);
+    int exportHistory(const QStringList& args); // ExportCommands.cpp
+    int summary(const QStringList& args);       // ExportCommands.cpp
+    int update(const QStringList& args);        // UpdateCommand.cpp
 
     const Clock& m_clock;
     FILE* m_out;
