@@ -17,6 +17,8 @@ packages=(
     # Tests: time-zone rules for the daylight-saving cases; an X server, a window manager,
     # windows and input for the desktop tests
     tzdata xvfb openbox xdotool xterm x11-utils qml6-module-qttest
+    # Tests: a private session bus for the desktop-notification tests
+    dbus-daemon
 )
 
 missing=()

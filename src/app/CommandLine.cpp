@@ -19,10 +19,11 @@
 
 namespace {
 
-const QStringList verbs = {QStringLiteral("defaults"), QStringLiteral("status"),
-                           QStringLiteral("history"),  QStringLiteral("track"),
-                           QStringLiteral("help"),
-                           QStringLiteral("--help"),   QStringLiteral("-h"),
+const QStringList verbs = {QStringLiteral("defaults"),  QStringLiteral("status"),
+                           QStringLiteral("history"),   QStringLiteral("export"),
+                           QStringLiteral("summary"),   QStringLiteral("update"),
+                           QStringLiteral("track"),     QStringLiteral("help"),
+                           QStringLiteral("--help"),    QStringLiteral("-h"),
                            QStringLiteral("--version")};
 
 QString printableValue(const QVariant& v) {
@@ -77,6 +78,9 @@ QString CommandLine::usage() {
         "Verbs:\n"
         "  status [--json]                   today's load: total, split by kind, saturation\n"
         "  history [--json] [--days N]       the day-by-day history, newest first (N <= 90)\n"
+        "  export --csv PATH                 the history as CSV (PATH - for standard output)\n"
+        "  summary                           today's summary as Markdown\n"
+        "  update --check [--json]           ask the vendor's site for the latest version\n"
         "  defaults read [KEY]               print one setting, or all of them\n"
         "  defaults write KEY TYPE VALUE     store a setting; TYPE is -int, -float, -bool,\n"
         "                                    -string or -data-file (PATH, or - for stdin)\n"
@@ -138,6 +142,12 @@ int CommandLine::run(const QStringList& args) {
         return status(rest);
     if (verb == QLatin1String("history"))
         return history(rest);
+    if (verb == QLatin1String("export"))
+        return exportHistory(rest);
+    if (verb == QLatin1String("summary"))
+        return summary(rest);
+    if (verb == QLatin1String("update"))
+        return update(rest);
     if (verb == QLatin1String("track"))
         return track(rest);
     return usageError(QStringLiteral("unknown verb '%1'").arg(verb));
@@ -203,6 +213,12 @@ QString rejectReason(const QString& key, const QVariant& value) {
     if (key == AppPreferences::idleTimeoutMinutes &&
         Defaults::toInteger(value) > std::numeric_limits<qint64>::max() / 60)
         return QStringLiteral("the idle time-out is too large");
+    // The notification manager stops the program on values it cannot convert.
+    if (key == AppPreferences::proTempAlertMinutes &&
+        Defaults::toInteger(value) > std::numeric_limits<qint64>::max() / 60)
+        return QStringLiteral("the temperature alert duration is too large");
+    if (key == AppPreferences::proEndOfDayTime && !(Defaults::toReal(value) < 9.2e18))
+        return QStringLiteral("the digest time is too large");
     return {};
 }
 

@@ -37,7 +37,10 @@ private:
     int defaults(const QStringList& args);
     int status(const QStringList& args);
     int history(const QStringList& args);
-    int track(const QStringList& args);
+    int exportHistory(const QStringList& args); // ExportCommands.cpp
+    int summary(const QStringList& args);       // ExportCommands.cpp
+    int update(const QStringList& args);        // UpdateCommand.cpp
+    int track(const QStringList& args);         // TrackCommand.cpp
 
     const Clock& m_clock;
     FILE* m_out;

@@ -22,6 +22,15 @@ inline qint64 checkedMultiply(qint64 a, qint64 b) {
     return r;
 }
 
+// A double truncated toward zero to a 64-bit integer. A value that is not finite or does not
+// fit is a programming error (as a checked conversion would be) and stops the process.
+inline qint64 checkedTruncate(double d) {
+    // ±2^63 are exact as doubles: [-2^63, 2^63) is exactly the range that converts.
+    if (!(d >= -9223372036854775808.0 && d < 9223372036854775808.0))
+        qFatal("number not representable as a 64-bit integer: %g", d);
+    return static_cast<qint64>(d);
+}
+
 // The same additions for values that come from outside (stored days): report instead of trap.
 inline bool addWouldOverflow(qint64 a, qint64 b, qint64* result) {
     return __builtin_add_overflow(a, b, result);

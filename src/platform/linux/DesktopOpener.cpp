@@ -1,0 +1,7 @@
+#include "DesktopOpener.h"
+
+#include <QDesktopServices>
+
+bool DesktopOpener::open(const QUrl& url) {
+    return QDesktopServices::openUrl(url);
+}

@@ -1,0 +1,15 @@
+#pragma once
+
+#include "platform/FileChooser.h"
+
+// A modal Qt save dialog. It opens in the given folder (the user's documents folder when
+// empty), asks before replacing a file and adds the suffix when the name has none.
+class DialogFileChooser final : public FileChooser {
+public:
+    explicit DialogFileChooser(QString startFolder = {});
+
+    std::optional<QString> chooseSaveLocation(const SaveRequest& request) override;
+
+private:
+    QString m_startFolder;
+};

@@ -1,0 +1,39 @@
+#pragma once
+
+#include "ExportFormatter.h"
+
+#include "platform/FileChooser.h"
+#include "platform/Pasteboard.h"
+
+#include <QByteArray>
+#include <QString>
+
+// Exports the history as a CSV file the user picks, and copies today's summary as Markdown
+// to the clipboard. Both run on the main thread; failures are silent (the command line, which
+// shares the texts and the writing, reports them).
+class ExportManager {
+public:
+    inline static const QString saveTitle = QStringLiteral("Export Token History");
+
+    ExportManager(const DayStore& store, const Defaults& defaults, const Clock& clock,
+                  FileChooser& chooser, Pasteboard& pasteboard);
+
+    // The process-wide manager over the shared store and the standard backends.
+    static ExportManager& shared();
+
+    // Asks where to save (a modal dialog) and writes the CSV there; nothing when cancelled.
+    void exportCSV();
+    void copyMarkdownSummary();
+
+    const ExportFormatter& formatter() const { return m_formatter; }
+
+    // Replaces the file at path with bytes in one step: a reader sees either the old file
+    // or the whole new one, and a failed write leaves the old file as it was.
+    static bool writeAtomically(const QString& path, const QByteArray& bytes,
+                                QString* error = nullptr);
+
+private:
+    ExportFormatter m_formatter;
+    FileChooser& m_chooser;
+    Pasteboard& m_pasteboard;
+};

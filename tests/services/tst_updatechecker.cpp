@@ -1,0 +1,431 @@
+#include "LocalHttpServer.h"
+
+#include "services/UpdateChecker.h"
+
+#include <QCryptographicHash>
+#include <QDir>
+#include <QTemporaryDir>
+#include <QTest>
+
+namespace {
+
+class RecordingOpener final : public Opener {
+public:
+    bool open(const QUrl& url) override {
+        opened.append(url);
+        return true;
+    }
+    QList<QUrl> opened;
+};
+
+QByteArray sha256Hex(const QByteArray& data) {
+    return QCryptographicHash::hash(data, QCryptographicHash::Sha256).toHex();
+}
+
+QByteArray packageBytes() {
+    QByteArray bytes;
+    for (int i = 0; i < 200000; ++i)
+        bytes.append(char((i * 7919) % 251));
+    return bytes;
+}
+
+HttpAnswer manifest(const QByteArray& json, int status = 200) {
+    return HttpAnswer::make(status, json, {{"Content-Type", "application/json"}});
+}
+
+} // namespace
+
+// The update check and download against a local HTTP server on 127.0.0.1.
+class UpdateCheckerTest : public QObject {
+    Q_OBJECT
+private slots:
+    void init();
+    void isNewer_data();
+    void isNewer();
+    void vendorUrls_data();
+    void vendorUrls();
+    void refusedVendorIsLoggedAndNeverAsked();
+    void manifestVersions_data();
+    void manifestVersions();
+    void hostileManifestsChangeNothing_data();
+    void hostileManifestsChangeNothing();
+    void verifiedDownloadIsOpenedThenQuits();
+    void digestMismatchIsLoggedAndNothingIsKept_data();
+    void digestMismatchIsLoggedAndNothingIsKept();
+    void hostileDownloadsLeaveNothing_data();
+    void hostileDownloadsLeaveNothing();
+    void periodicChecks();
+    void streamedDigest();
+
+private:
+    std::unique_ptr<UpdateChecker> makeChecker(const QString& vendor = {});
+    UpdateChecker::CheckResult check(UpdateChecker& checker);
+    std::optional<bool> download(UpdateChecker& checker);
+    QStringList leftovers() const;
+
+    std::unique_ptr<QTemporaryDir> m_dir;
+    std::unique_ptr<LocalHttpServer> m_server;
+    RecordingOpener m_opener;
+    int m_quits = 0;
+};
+
+void UpdateCheckerTest::init() {
+    m_dir = std::make_unique<QTemporaryDir>();
+    QVERIFY(m_dir->isValid());
+    m_server = std::make_unique<LocalHttpServer>();
+    QVERIFY(m_server->listen());
+    m_opener = RecordingOpener();
+    m_quits = 0;
+}
+
+std::unique_ptr<UpdateChecker> UpdateCheckerTest::makeChecker(const QString& vendor) {
+    UpdateChecker::Options options;
+    options.vendorUrl = vendor.isEmpty() ? m_server->baseUrl() : vendor;
+    options.downloadsFolder = m_dir->filePath("Downloads");
+    options.stagingFolder = m_dir->filePath("staging");
+    options.requestTimeoutMs = 1000;
+    options.downloadStallTimeoutMs = 1000;
+    options.downloadTimeoutMs = 3000;
+    options.maxDownloadBytes = 256 * 1024;
+    options.quitDelayMs = 0;
+    options.quit = [this] { ++m_quits; };
+    return std::make_unique<UpdateChecker>(m_opener, options);
+}
+
+UpdateChecker::CheckResult UpdateCheckerTest::check(UpdateChecker& checker) {
+    std::optional<UpdateChecker::CheckResult> result;
+    checker.check([&](const UpdateChecker::CheckResult& r) { result = r; });
+    // Bounded: every transfer has a deadline of a few seconds.
+    for (int i = 0; i < 1000 && !result; ++i)
+        QTest::qWait(10);
+    return result.value_or(UpdateChecker::CheckResult{false, "no answer", {}, {}});
+}
+
+std::optional<bool> UpdateCheckerTest::download(UpdateChecker& checker) {
+    std::optional<bool> done;
+    checker.downloadAndOpenUpdate([&](bool ok) { done = ok; });
+    for (int i = 0; i < 1000 && !done; ++i)
+        QTest::qWait(10);
+    return done;
+}
+
+QStringList UpdateCheckerTest::leftovers() const {
+    QStringList files;
+    for (const QString& folder : {QStringLiteral("Downloads"), QStringLiteral("staging")})
+        for (const QString& f :
+             QDir(m_dir->filePath(folder)).entryList(QDir::Files | QDir::Hidden | QDir::System))
+            files << folder + u'/' + f;
+    return files;
+}
+
+void UpdateCheckerTest::isNewer_data() {
+    QTest::addColumn<QString>("a");
+    QTest::addColumn<QString>("b");
+    QTest::addColumn<bool>("newer");
+    QTest::newRow("1.10 > 1.9") << "1.10"
+                                << "1.9" << true;
+    QTest::newRow("1.2 = 1.2.0") << "1.2"
+                                 << "1.2.0" << false;
+    QTest::newRow("1.2.0 = 1.2") << "1.2.0"
+                                 << "1.2" << false;
+    QTest::newRow("2 > 1.9.9") << "2"
+                               << "1.9.9" << true;
+    QTest::newRow("1.2.1 > 1.2") << "1.2.1"
+                                 << "1.2" << true;
+    QTest::newRow("v2.0 < 1.0") << "v2.0"
+                                << "1.0" << false;
+    QTest::newRow("1.2.beta = 1.2") << "1.2.beta"
+                                    << "1.2" << false;
+    QTest::newRow("1..4 > 1.3") << "1..4"
+                                << "1.3" << true;
+    QTest::newRow("equal") << "1.4.5"
+                           << "1.4.5" << false;
+    QTest::newRow("older") << "1.4.4"
+                           << "1.4.5" << false;
+    QTest::newRow("empty") << ""
+                           << "0" << false;
+    QTest::newRow("piece too large is dropped") << "1.99999999999999999999"
+                                                << "1.0" << false;
+    QTest::newRow("signed pieces") << "+2"
+                                   << "1" << true;
+    QTest::newRow("blank in piece") << "1. 5"
+                                    << "1.4" << false;
+}
+
+void UpdateCheckerTest::isNewer() {
+    QFETCH(QString, a);
+    QFETCH(QString, b);
+    QFETCH(bool, newer);
+    QCOMPARE(UpdateChecker::isNewer(a, b), newer);
+}
+
+void UpdateCheckerTest::vendorUrls_data() {
+    QTest::addColumn<QString>("url");
+    QTest::addColumn<bool>("accepted");
+    QTest::newRow("https") << "https://updates.example.org" << true;
+    QTest::newRow("https with a path") << "https://example.org/mindmeter/" << true;
+    QTest::newRow("http to 127.0.0.1") << "http://127.0.0.1:8080" << true;
+    QTest::newRow("http to 127.1.2.3") << "http://127.1.2.3" << true;
+    QTest::newRow("http to ::1") << "http://[::1]:8080" << true;
+    QTest::newRow("http to localhost") << "http://localhost:8080" << true;
+    QTest::newRow("http elsewhere") << "http://example.org" << false;
+    QTest::newRow("http to a private address") << "http://192.168.1.2" << false;
+    QTest::newRow("ftp") << "ftp://127.0.0.1" << false;
+    QTest::newRow("file") << "file:///tmp" << false;
+    QTest::newRow("no host") << "https:///version.json" << false;
+    QTest::newRow("not a URL") << "not a url" << false;
+}
+
+void UpdateCheckerTest::vendorUrls() {
+    QFETCH(QString, url);
+    QFETCH(bool, accepted);
+    QCOMPARE(UpdateChecker::isAcceptableUrl(QUrl(url, QUrl::StrictMode)), accepted);
+}
+
+void UpdateCheckerTest::refusedVendorIsLoggedAndNeverAsked() {
+    QTest::ignoreMessage(QtWarningMsg,
+                         "UpdateChecker: refusing vendor URL 'http://example.org': http is "
+                         "allowed only to a loopback address");
+    std::unique_ptr<UpdateChecker> checker = makeChecker("http://example.org");
+    QVERIFY(checker->vendorUrl().isEmpty());
+    const UpdateChecker::CheckResult r = check(*checker);
+    QVERIFY(!r.ok);
+    QVERIFY2(r.error.contains("refusing vendor URL"), qPrintable(r.error));
+    QVERIFY(!checker->latestVersion());
+
+    // The environment overrides the built-in site.
+    qputenv("MINDMETER_VENDOR_URL", "https://mirror.example.org/mm");
+    QCOMPARE(UpdateChecker::configuredVendorUrl(), QStringLiteral("https://mirror.example.org/mm"));
+    qunsetenv("MINDMETER_VENDOR_URL");
+    QVERIFY(UpdateChecker::configuredVendorUrl().startsWith("https://"));
+}
+
+void UpdateCheckerTest::manifestVersions_data() {
+    QTest::addColumn<QByteArray>("json");
+    QTest::addColumn<int>("status");
+    QTest::addColumn<QString>("version");
+    QTest::addColumn<bool>("available");
+    QTest::addColumn<QString>("sha256"); // empty: none
+    const QByteArray digest = sha256Hex("x");
+    QTest::newRow("newer") << R"({"version":"1.5.0","sha256":")" + digest + R"("})" << 200
+                           << "1.5.0" << true << QString(digest);
+    QTest::newRow("older") << QByteArray(R"({"version":"1.4.4"})") << 200 << "1.4.4" << false
+                           << QString();
+    QTest::newRow("equal") << QByteArray(R"({"version":"1.4.5","notes":[1,2]})") << 200 << "1.4.5"
+                           << false << QString();
+    QTest::newRow("patch of the running one")
+        << QByteArray(R"({"version":"1.4.5.1"})") << 200 << "1.4.5.1" << true << QString();
+    QTest::newRow("digest that is not text counts as none")
+        << QByteArray(R"({"version":"2.0","sha256":12})") << 200 << "2.0" << true << QString();
+    QTest::newRow("status is not looked at")
+        << QByteArray(R"({"version":"3.0"})") << 500 << "3.0" << true << QString();
+}
+
+void UpdateCheckerTest::manifestVersions() {
+    QFETCH(QByteArray, json);
+    QFETCH(int, status);
+    QFETCH(QString, version);
+    QFETCH(bool, available);
+    QFETCH(QString, sha256);
+    // Served from a moved place: a relative redirect on the same loopback site is followed.
+    m_server->answer("/old/version.json",
+                     HttpAnswer::make(301, {}, {{"Location", "/new/version.json"}}));
+    m_server->answer("/new/version.json", manifest(json, status));
+    std::unique_ptr<UpdateChecker> checker = makeChecker(m_server->baseUrl() + "/old/");
+    const UpdateChecker::CheckResult r = check(*checker);
+    QVERIFY2(r.ok, qPrintable(r.error));
+    QCOMPARE(checker->latestVersion(), std::optional<QString>(version));
+    QCOMPARE(checker->updateAvailable(), available);
+    QCOMPARE(r.sha256, sha256.isEmpty() ? std::nullopt : std::optional<QString>(sha256));
+    const QByteArray head = m_server->lastHead("/old/version.json");
+    QVERIFY(head.contains("accept: application/json"));
+    QVERIFY(head.contains("cache-control: no-cache"));
+}
+
+void UpdateCheckerTest::hostileManifestsChangeNothing_data() {
+    QTest::addColumn<HttpAnswer>("answer");
+    QTest::addColumn<QString>("reason");
+    const QByteArray big = R"({"version":"9.0","pad":")" + QByteArray(70000, 'x') + R"("})";
+    HttpAnswer unannounced = manifest(big);
+    unannounced.contentLength = false;
+    HttpAnswer silent;
+    silent.silent = true;
+    HttpAnswer drip = manifest(R"({"version":"9.0"})" + QByteArray(200, ' '));
+    drip.dripMs = 20;
+
+    QTest::newRow("over 64 KiB, announced") << manifest(big) << "larger than 65536";
+    QTest::newRow("over 64 KiB, unannounced") << unannounced << "larger than 65536";
+    QTest::newRow("top level is an array")
+        << manifest(R"([{"version":"9.0"}])") << "not a manifest";
+    QTest::newRow("version is a number") << manifest(R"({"version":9})") << "not a manifest";
+    QTest::newRow("version is null") << manifest(R"({"version":null})") << "not a manifest";
+    QTest::newRow("no version") << manifest(R"({"sha256":"ab"})") << "not a manifest";
+    QTest::newRow("not JSON") << manifest("<html>oops</html>", 404) << "not a manifest";
+    QTest::newRow("empty body") << manifest("") << "not a manifest";
+    QTest::newRow("redirect to https")
+        << HttpAnswer::make(302, {}, {{"Location", "https://127.0.0.1:PORT/version.json"}})
+        << "another scheme";
+    QTest::newRow("redirect to ftp")
+        << HttpAnswer::make(302, {}, {{"Location", "ftp://127.0.0.1/version.json"}})
+        << ""; // Qt refuses a scheme it has no handler for before asking
+    QTest::newRow("redirect to a remote http host")
+        << HttpAnswer::make(302, {}, {{"Location", "http://updates.example.org/version.json"}})
+        << "loopback";
+    QTest::newRow("silent server") << silent << "timed out";
+    QTest::newRow("slow drip") << drip << "timed out";
+}
+
+void UpdateCheckerTest::hostileManifestsChangeNothing() {
+    QFETCH(HttpAnswer, answer);
+    QFETCH(QString, reason);
+    std::unique_ptr<UpdateChecker> checker = makeChecker();
+    m_server->answer("/version.json", manifest(R"({"version":"1.5.0","sha256":"ab"})"));
+    QVERIFY(check(*checker).ok);
+
+    for (auto& [name, value] : answer.headers) // the server's port is known only now
+        value.replace("PORT", m_server->baseUrl().section(u':', -1).toUtf8());
+    m_server->answer("/version.json", answer);
+    const UpdateChecker::CheckResult r = check(*checker);
+    QVERIFY(!r.ok);
+    QVERIFY2(r.error.contains(reason), qPrintable(r.error));
+    QCOMPARE(checker->latestVersion(), std::optional<QString>("1.5.0"));
+    QVERIFY(checker->updateAvailable());
+}
+
+void UpdateCheckerTest::verifiedDownloadIsOpenedThenQuits() {
+    const QByteArray package = packageBytes();
+    const QString name = UpdateChecker::packageFileName("1.5.0");
+#if defined(__x86_64__)
+    QCOMPARE(name, QStringLiteral("mindmeter_1.5.0_amd64.deb"));
+#endif
+    m_server->answer("/version.json",
+                     manifest(R"({"version":"1.5.0","sha256":")" + sha256Hex(package) + R"("})"));
+    m_server->answer("/" + name.toUtf8(), HttpAnswer::make(200, package));
+    std::unique_ptr<UpdateChecker> checker = makeChecker();
+
+    QCOMPARE(download(*checker), std::optional<bool>(false)); // nothing announced yet
+    QVERIFY(check(*checker).ok);
+
+    // An earlier download of the same version is replaced whole.
+    QDir().mkpath(m_dir->filePath("Downloads"));
+    QFile earlier(m_dir->filePath("Downloads/" + name));
+    QVERIFY(earlier.open(QIODevice::WriteOnly));
+    earlier.write("partial");
+    earlier.close();
+
+    QCOMPARE(download(*checker), std::optional<bool>(true));
+    QFile saved(m_dir->filePath("Downloads/" + name));
+    QVERIFY(saved.open(QIODevice::ReadOnly));
+    QCOMPARE(saved.readAll(), package);
+    QCOMPARE(m_opener.opened, QList<QUrl>{QUrl::fromLocalFile(saved.fileName())});
+    QTRY_COMPARE(m_quits, 1);
+    QCOMPARE(leftovers(), QStringList{"Downloads/" + name});
+
+    // Without a digest in the manifest the package is opened unverified.
+    m_server->answer("/version.json", manifest(R"({"version":"1.6"})"));
+    m_server->answer("/" + UpdateChecker::packageFileName("1.6").toUtf8(),
+                     HttpAnswer::make(200, "unverified"));
+    QVERIFY(check(*checker).ok);
+    QCOMPARE(download(*checker), std::optional<bool>(true));
+    QCOMPARE(m_opener.opened.size(), 2);
+    QTRY_COMPARE(m_quits, 2);
+}
+
+void UpdateCheckerTest::digestMismatchIsLoggedAndNothingIsKept_data() {
+    QTest::addColumn<QByteArray>("expected");
+    const QByteArray package = packageBytes();
+    QTest::newRow("another file's digest") << sha256Hex("something else");
+    QTest::newRow("upper-case digest") << sha256Hex(package).toUpper();
+    QTest::newRow("not a digest") << QByteArray("ab");
+}
+
+void UpdateCheckerTest::digestMismatchIsLoggedAndNothingIsKept() {
+    QFETCH(QByteArray, expected);
+    const QByteArray package = packageBytes();
+    m_server->answer("/version.json",
+                     manifest(R"({"version":"1.5.0","sha256":")" + expected + R"("})"));
+    m_server->answer("/" + UpdateChecker::packageFileName("1.5.0").toUtf8(),
+                     HttpAnswer::make(200, package));
+    std::unique_ptr<UpdateChecker> checker = makeChecker();
+    QVERIFY(check(*checker).ok);
+    QTest::ignoreMessage(QtWarningMsg, "UpdateChecker: SHA-256 mismatch \u2014 expected " +
+                                           expected + " got " + sha256Hex(package));
+    QCOMPARE(download(*checker), std::optional<bool>(false));
+    QVERIFY(m_opener.opened.isEmpty());
+    QCOMPARE(leftovers(), QStringList());
+    QTest::qWait(20);
+    QCOMPARE(m_quits, 0);
+}
+
+void UpdateCheckerTest::hostileDownloadsLeaveNothing_data() {
+    QTest::addColumn<HttpAnswer>("answer");
+    QTest::addColumn<QByteArray>("version");
+    const QByteArray big(300 * 1024, 'p'); // the test's cap is 256 KiB
+    HttpAnswer unannounced = HttpAnswer::make(200, big);
+    unannounced.contentLength = false;
+    HttpAnswer lying = HttpAnswer::make(200, "short");
+    lying.announcedLength = qint64(1) << 40;
+    HttpAnswer silent;
+    silent.silent = true;
+    HttpAnswer drip = HttpAnswer::make(200, QByteArray(1000, 'd'));
+    drip.dripMs = 20;
+    QTest::newRow("announced over the cap") << HttpAnswer::make(200, big) << QByteArray("1.5.0");
+    QTest::newRow("over the cap, unannounced") << unannounced << QByteArray("1.5.0");
+    QTest::newRow("announces a terabyte") << lying << QByteArray("1.5.0");
+    QTest::newRow("silent server") << silent << QByteArray("1.5.0");
+    QTest::newRow("slow drip") << drip << QByteArray("1.5.0");
+    QTest::newRow("not found") << HttpAnswer::make(404, "no such package") << QByteArray("1.5.0");
+    QTest::newRow("redirect to ftp")
+        << HttpAnswer::make(302, {}, {{"Location", "ftp://127.0.0.1/p.deb"}})
+        << QByteArray("1.5.0");
+    QTest::newRow("version that names a path")
+        << HttpAnswer::make(200, "x") << QByteArray("../../x");
+}
+
+void UpdateCheckerTest::hostileDownloadsLeaveNothing() {
+    QFETCH(HttpAnswer, answer);
+    QFETCH(QByteArray, version);
+    // No digest: only the transfer itself can refuse.
+    m_server->answer("/version.json", manifest(R"({"version":")" + version + R"("})"));
+    const QString name = UpdateChecker::packageFileName(QString::fromUtf8(version));
+    m_server->answer("/" + name.toUtf8(), answer);
+    std::unique_ptr<UpdateChecker> checker = makeChecker();
+    QVERIFY(check(*checker).ok);
+    QCOMPARE(download(*checker), std::optional<bool>(false));
+    QVERIFY(m_opener.opened.isEmpty());
+    QCOMPARE(leftovers(), QStringList());
+    if (name.isEmpty())
+        QCOMPARE(m_server->hits("/../../x"), 0);
+}
+
+void UpdateCheckerTest::periodicChecks() {
+    m_server->answer("/version.json", manifest(R"({"version":"1.5.0"})"));
+    std::unique_ptr<UpdateChecker> checker = makeChecker();
+    checker->startPeriodicChecks(0.05 / 3600.0); // every 50 ms
+    QTRY_VERIFY(m_server->hits("/version.json") >= 3);
+    QVERIFY(checker->updateAvailable());
+    checker->stopPeriodicChecks();
+    QTest::qWait(100); // let a check under way finish
+    const int hits = m_server->hits("/version.json");
+    QTest::qWait(200);
+    QCOMPARE(m_server->hits("/version.json"), hits);
+}
+
+void UpdateCheckerTest::streamedDigest() {
+    QCOMPARE(UpdateChecker::streamSHA256(m_dir->filePath("missing")), std::nullopt);
+    QFile f(m_dir->filePath("abc"));
+    QVERIFY(f.open(QIODevice::WriteOnly));
+    f.write("abc");
+    f.close();
+    QCOMPARE(UpdateChecker::streamSHA256(f.fileName()),
+             QStringLiteral("ba7816bf8f01cfea414140de5dae2223b00361a396177a9cb410ff61f20015ad"));
+    // Several 64 KiB reads give the digest of the whole.
+    QVERIFY(f.open(QIODevice::WriteOnly));
+    f.write(packageBytes());
+    f.close();
+    QCOMPARE(UpdateChecker::streamSHA256(f.fileName()),
+             QString::fromLatin1(sha256Hex(packageBytes())));
+}
+
+QTEST_GUILESS_MAIN(UpdateCheckerTest)
+#include "tst_updatechecker.moc"
