@@ -6,12 +6,14 @@
 #include "platform/Pasteboard.h"
 
 #include <QByteArray>
+#include <QObject>
 #include <QString>
 
 // Exports the history as a CSV file the user picks, and copies today's summary as Markdown
 // to the clipboard. Both run on the main thread; failures are silent (the command line, which
 // shares the texts and the writing, reports them).
-class ExportManager {
+class ExportManager : public QObject {
+    Q_OBJECT
 public:
     inline static const QString saveTitle = QStringLiteral("Export Token History");
 
@@ -22,8 +24,8 @@ public:
     static ExportManager& shared();
 
     // Asks where to save (a modal dialog) and writes the CSV there; nothing when cancelled.
-    void exportCSV();
-    void copyMarkdownSummary();
+    Q_INVOKABLE void exportCSV();
+    Q_INVOKABLE void copyMarkdownSummary();
 
     const ExportFormatter& formatter() const { return m_formatter; }
 

@@ -324,6 +324,10 @@ void UpdateChecker::stopPeriodicChecks() {
 
 // --- Download ----------------------------------------------------------------------------
 
+void UpdateChecker::downloadAndOpenUpdate() {
+    downloadAndOpenUpdate([this](bool success) { emit downloadFinished(success); });
+}
+
 void UpdateChecker::downloadAndOpenUpdate(std::function<void(bool)> completion) {
     auto fail = [this, completion] {
         QMetaObject::invokeMethod(

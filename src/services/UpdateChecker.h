@@ -81,6 +81,8 @@ public:
     // Downloads, verifies and opens the announced version, then quits. completion gets
     // false (later, on this object's thread) when nothing was opened.
     void downloadAndOpenUpdate(std::function<void(bool success)> completion);
+    // The same for the views: the outcome arrives as downloadFinished().
+    Q_INVOKABLE void downloadAndOpenUpdate();
 
     std::optional<QString> latestVersion() const { return m_latestVersion; }
     bool updateAvailable() const { return m_updateAvailable; }
@@ -106,6 +108,7 @@ public:
 signals:
     void latestVersionChanged();
     void updateAvailableChanged();
+    void downloadFinished(bool success);
 
 private:
     QNetworkReply* get(const QUrl& url, const QByteArray& accept, int stallTimeoutMs,

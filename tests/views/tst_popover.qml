@@ -43,14 +43,15 @@ TestCase {
         id: fakeChecker
         property bool updateAvailable: false
         property string latestVersion: "1.5.0"
-        property var pending: null
-        function downloadAndOpen(done) { pending = done }
+        property int downloads: 0
+        signal downloadFinished(bool success)
+        function downloadAndOpenUpdate() { ++downloads }
     }
     QtObject {
         id: fakeExporter
         property int copies: 0
         property int exports: 0
-        function copySummaryToPasteboard() { ++copies }
+        function copyMarkdownSummary() { ++copies }
         function exportCSV() { ++exports }
     }
     QtObject {
@@ -161,15 +162,16 @@ TestCase {
         const scroller = findChild(root, "scroller")
         scroller.contentY = scroller.contentHeight - scroller.height
         waitForRendering(root)
+        fakeChecker.downloads = 0
         mouseClick(button)
         compare(text.text, "Downloading\u2026")
-        const firstCompletion = fakeChecker.pending
         mouseClick(button) // nothing further while a download runs
-        compare(fakeChecker.pending, firstCompletion)
-        firstCompletion(false)
+        compare(fakeChecker.downloads, 1)
+        fakeChecker.downloadFinished(false)
         compare(text.text, "Failed \u2014 retry")
         mouseClick(button)
-        fakeChecker.pending(true)
+        compare(fakeChecker.downloads, 2)
+        fakeChecker.downloadFinished(true)
         compare(text.text, "1.5.0 available")
         compare(findChild(root, "version").text, "v1.4.5 \u00b7 2026-05-30")
     }

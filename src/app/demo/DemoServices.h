@@ -1,6 +1,5 @@
 #pragma once
 
-#include <QJSValue>
 #include <QObject>
 #include <QString>
 
@@ -17,7 +16,10 @@ public:
     QString activeProject() const { return QStringLiteral("mindmeter"); }
     bool updateAvailable() const { return true; }
     QString latestVersion() const { return QStringLiteral("1.5.0"); }
-    Q_INVOKABLE void downloadAndOpen(const QJSValue&) {}
-    Q_INVOKABLE void copySummaryToPasteboard() {}
+    Q_INVOKABLE void downloadAndOpenUpdate() {}
+    Q_INVOKABLE void copyMarkdownSummary() {}
     Q_INVOKABLE void exportCSV() {}
+
+signals:
+    void downloadFinished(bool success);
 };

@@ -11,6 +11,13 @@ RowLayout {
     property bool downloadFailed: false
     spacing: 6
 
+    Connections {
+        target: row.checker
+        function onDownloadFinished(success) {
+            row.isDownloading = false
+            row.downloadFailed = !success
+        }
+    }
     TextLabel {
         objectName: "version"
         text: "v" + AppInfo.versionNumber + " \u00b7 " + AppInfo.versionDate
@@ -30,10 +37,7 @@ RowLayout {
                 return
             row.isDownloading = true
             row.downloadFailed = false
-            row.checker.downloadAndOpen(function(success) {
-                row.isDownloading = false
-                row.downloadFailed = !success
-            })
+            row.checker.downloadAndOpenUpdate()
         }
         RowLayout {
             id: updateContent

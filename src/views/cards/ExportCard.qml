@@ -39,7 +39,7 @@ Card {
             symbol: "doc.on.clipboard.fill"
             title: card.copied ? "Copied!" : "Copy Summary"
             onClicked: {
-                card.exporter.copySummaryToPasteboard()
+                card.exporter.copyMarkdownSummary()
                 card.copied = true
                 copiedReset.restart()
             }
