@@ -17,8 +17,8 @@
 #include <QGuiApplication>
 #include <QPalette>
 #include <QQmlComponent>
-#include <QQmlExtensionPlugin>
 #include <QQmlEngine>
+#include <QQmlExtensionPlugin>
 #include <QQuickItem>
 #include <QQuickStyle>
 #include <QQuickWindow>
@@ -35,8 +35,7 @@ public:
     QDateTime now() const override { return QDateTime(QDate(2026, 5, 28), QTime(15, 40)); }
 };
 
-QPalette themePalette(bool dark)
-{
+QPalette themePalette(bool dark) {
     QPalette p;
     const QColor window = dark ? QColor(0x1e, 0x1e, 0x20) : QColor(0xec, 0xec, 0xee);
     const QColor base = dark ? QColor(0x2c, 0x2c, 0x2e) : QColor(0xff, 0xff, 0xff);
@@ -64,16 +63,14 @@ class Renderer {
 public:
     Renderer(QString directory, QVariantMap models)
         : m_directory(std::move(directory))
-        , m_models(std::move(models))
-    {
-    }
+        , m_models(std::move(models)) {}
 
-    bool renderAll()
-    {
+    bool renderAll() {
         for (bool dark : {false, true}) {
             QGuiApplication::setPalette(themePalette(dark));
             const QString theme = dark ? QStringLiteral("dark") : QStringLiteral("light");
-            if (!renderPopover(theme) || !renderFullDashboard(theme) || !renderOnboarding(theme))
+            if (!renderPopover(theme) || !renderFullDashboard(theme) || !renderOnboarding(theme) ||
+                !renderPreferences(theme))
                 return false;
         }
         return true;
@@ -83,10 +80,10 @@ public:
     QString error() const { return m_error; }
 
 private:
-    QQuickItem* create(const QString& type, QQuickWindow& window, QVariantMap properties)
-    {
-        QQmlComponent component(&m_engine,
-                                QUrl(QStringLiteral("qrc:/qt-project.org/imports/Mindmeter/%1.qml").arg(type)));
+    QQuickItem* create(const QString& type, QQuickWindow& window, QVariantMap properties) {
+        QQmlComponent component(
+            &m_engine,
+            QUrl(QStringLiteral("qrc:/qt-project.org/imports/Mindmeter/%1.qml").arg(type)));
         if (!component.isReady()) {
             m_error = component.errorString();
             return nullptr;
@@ -103,8 +100,7 @@ private:
         return item;
     }
 
-    QImage grab(QQuickWindow& window)
-    {
+    QImage grab(QQuickWindow& window) {
         window.show();
         // Let layouts settle and any transition finish before the picture is taken.
         QElapsedTimer settle;
@@ -114,8 +110,7 @@ private:
         return window.grabWindow();
     }
 
-    bool save(const QImage& image, const QString& name)
-    {
+    bool save(const QImage& image, const QString& name) {
         const QString path = QDir(m_directory).filePath(name + QStringLiteral(".png"));
         if (image.isNull() || !image.save(path)) {
             m_error = QStringLiteral("cannot write %1").arg(path);
@@ -125,8 +120,7 @@ private:
         return true;
     }
 
-    bool renderPopover(const QString& theme)
-    {
+    bool renderPopover(const QString& theme) {
         QQuickWindow window;
         window.resize(380, 460);
         if (!create(QStringLiteral("RootPopoverView"), window, m_models))
@@ -134,9 +128,9 @@ private:
         return save(grab(window), QStringLiteral("popover-") + theme);
     }
 
-    bool renderOnboarding(const QString& theme)
-    {
-        auto* preferences = m_models.value(QStringLiteral("preferences")).value<PreferencesModel*>();
+    bool renderOnboarding(const QString& theme) {
+        auto* preferences =
+            m_models.value(QStringLiteral("preferences")).value<PreferencesModel*>();
         preferences->setHasLaunchedBefore(false);
         QQuickWindow window;
         window.resize(380, 460);
@@ -146,10 +140,30 @@ private:
         return ok;
     }
 
+    bool renderPreferences(const QString& theme) {
+        const QVariantMap properties{
+            {QStringLiteral("preferences"), m_models.value(QStringLiteral("preferences"))},
+            {QStringLiteral("actions"), m_models.value(QStringLiteral("checker"))}};
+        auto* preferences =
+            m_models.value(QStringLiteral("preferences")).value<PreferencesModel*>();
+        preferences->setAlertEnabled(true);
+        preferences->setEndOfDayEnabled(true);
+        for (int tab = 0; tab < 3; ++tab) {
+            QQuickWindow window;
+            window.resize(420, 480);
+            QQuickItem* view = create(QStringLiteral("PreferencesView"), window, properties);
+            if (!view)
+                return false;
+            view->setProperty("selectedTab", tab);
+            if (!save(grab(window), QStringLiteral("preferences-%1-%2").arg(tab + 1).arg(theme)))
+                return false;
+        }
+        return true;
+    }
+
     // The popover grown to its full height, so every card shows in one picture; each card
     // is also cut out on its own.
-    bool renderFullDashboard(const QString& theme)
-    {
+    bool renderFullDashboard(const QString& theme) {
         QVariantMap properties = m_models;
         properties.remove(QStringLiteral("events"));
         QQuickWindow window;
@@ -191,8 +205,7 @@ private:
 
 } // namespace
 
-int SnapshotMode::run(int argc, char* argv[], const QString& directory)
-{
+int SnapshotMode::run(int argc, char* argv[], const QString& directory) {
     if (!qEnvironmentVariableIsSet("QT_QPA_PLATFORM"))
         qputenv("QT_QPA_PLATFORM", "offscreen");
     QQuickWindow::setGraphicsApi(QSGRendererInterface::Software);

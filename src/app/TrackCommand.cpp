@@ -1,6 +1,7 @@
 // `mindmeter track`: the sensing loop in the foreground, without a tray or windows.
 
 #include "CommandLine.h"
+#include "TrackingLock.h"
 #include "UnixSignalWatcher.h"
 
 #include "platform/Clock.h"
@@ -16,12 +17,10 @@
 
 #include <QCoreApplication>
 #include <QFileInfo>
-#include <QLockFile>
 
 #include <csignal>
 
-int CommandLine::track(const QStringList& args)
-{
+int CommandLine::track(const QStringList& args) {
     int tickMs = 10000;
     for (qsizetype i = 0; i < args.size(); ++i) {
         if (args[i] == QLatin1String("--tick-ms")) {
@@ -45,18 +44,10 @@ int CommandLine::track(const QStringList& args)
     if (!defaults)
         return 1;
 
-    // One tracking process per user, so no minute is counted twice.
-    QLockFile lock(QFileInfo(defaults->path()).absolutePath() + QStringLiteral("/tracking.lock"));
-    lock.setStaleLockTime(0); // a lock is stale only when its process is gone
-    if (!lock.tryLock(0)) {
-        qint64 pid = 0;
-        QString host, app;
-        lock.getLockInfo(&pid, &host, &app);
-        return failure(lock.error() == QLockFile::LockFailedError
-                           ? QStringLiteral("tracking is already running (process %1)").arg(pid)
-                           : QStringLiteral("cannot take the tracking lock in %1")
-                                 .arg(QFileInfo(defaults->path()).absolutePath()));
-    }
+    TrackingLock lock(QFileInfo(defaults->path()).absolutePath());
+    QString why;
+    if (!lock.tryLock(&why))
+        return failure(why);
 
     DesktopEntryIndex entries;
     AppIdentityResolver resolver(entries, AppAliases::builtIn(), QCoreApplication::applicationPid(),
@@ -82,8 +73,9 @@ int CommandLine::track(const QStringList& args)
     SessionContextEngine::setShared(&engine);
     ActivityMonitor::Options monitorOptions;
     monitorOptions.tickIntervalMs = tickMs;
-    ActivityMonitor monitor(store, *workspace, *idle, *defaults, m_clock,
-                            [&engine] { return engine.multiplier(); }, monitorOptions);
+    ActivityMonitor monitor(
+        store, *workspace, *idle, *defaults, m_clock, [&engine] { return engine.multiplier(); },
+        monitorOptions);
     QObject::connect(workspace.get(), &Workspace::didWake, &store, &DayStore::handleWake);
 
     UnixSignalWatcher signalWatcher({SIGINT, SIGTERM, SIGHUP});

@@ -2,6 +2,7 @@
 
 #include <QDir>
 #include <QFileInfo>
+#include <QFileSystemWatcher>
 #include <QRandomGenerator>
 #include <QStandardPaths>
 
@@ -17,7 +18,7 @@ namespace {
 // from an integer.
 enum StoredType { Integer = 0, Real = 1, Boolean = 2, Text = 3, Blob = 4 };
 
-enum Statement { SelectValue, Upsert, Delete, SelectKeys, SelectRevision };
+enum Statement { SelectValue, Upsert, Delete, SelectKeys, SelectRevision, DataVersion };
 
 const char* const statementTexts[] = {
     "SELECT type, value FROM defaults WHERE key = ?1",
@@ -27,6 +28,8 @@ const char* const statementTexts[] = {
     "DELETE FROM defaults WHERE key = ?1",
     "SELECT key FROM defaults ORDER BY key",
     "SELECT revision FROM defaults WHERE key = ?1",
+    // Changes whenever another connection commits; our own commits leave it alone.
+    "PRAGMA data_version",
 };
 
 // Resets a statement on every exit path so its read lock is released promptly.
@@ -272,4 +275,33 @@ quint64 SqliteDefaults::revision(const QString& key) const {
     if (sqlite3_step(s) != SQLITE_ROW)
         return 0;
     return quint64(sqlite3_column_int64(s, 0)) | 1u;
+}
+
+qint64 SqliteDefaults::dataVersion() const {
+    QMutexLocker lock(&m_mutex);
+    sqlite3_stmt* s = statement(DataVersion);
+    StatementScope scope{s};
+    return sqlite3_step(s) == SQLITE_ROW ? sqlite3_column_int64(s, 0) : -1;
+}
+
+void SqliteDefaults::watchForExternalChanges() {
+    if (m_watcher || m_path == QLatin1String(":memory:"))
+        return;
+    m_seenDataVersion = dataVersion();
+    m_watcher = new QFileSystemWatcher(this);
+    // Commits land in the write-ahead log; a checkpoint rewrites the main file.
+    m_watcher->addPaths({m_path, m_path + QStringLiteral("-wal")});
+    connect(m_watcher, &QFileSystemWatcher::fileChanged, this, [this](const QString& file) {
+        if (!m_watcher->files().contains(file) && QFileInfo::exists(file))
+            m_watcher->addPath(file); // replaced rather than written: watch the new file
+        checkExternalChange();
+    });
+}
+
+void SqliteDefaults::checkExternalChange() {
+    const qint64 version = dataVersion();
+    if (version == m_seenDataVersion)
+        return;
+    m_seenDataVersion = version;
+    emit valueChanged(QString());
 }

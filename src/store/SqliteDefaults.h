@@ -6,6 +6,7 @@
 
 #include <memory>
 
+class QFileSystemWatcher;
 struct sqlite3;
 struct sqlite3_stmt;
 
@@ -34,11 +35,17 @@ public:
     quint64 revision(const QString& key) const override;
 
     QString path() const { return m_path; }
+
+    // Watches the file for commits made by other processes (the command line, say) and
+    // announces them as valueChanged with an empty key. Event-driven: nothing is polled.
+    void watchForExternalChanges();
     // The last SQLite error message, for the command line to report.
     QString lastError() const;
 
 private:
     SqliteDefaults(sqlite3* db, QString path);
+    void checkExternalChange();
+    qint64 dataVersion() const;
     bool prepare();
     sqlite3_stmt* statement(int index) const;
 
@@ -46,5 +53,7 @@ private:
     sqlite3* m_db = nullptr;
     QString m_path;
     mutable QString m_lastError;
-    sqlite3_stmt* m_statements[5] = {};
+    sqlite3_stmt* m_statements[6] = {};
+    QFileSystemWatcher* m_watcher = nullptr;
+    qint64 m_seenDataVersion = -1;
 };

@@ -4,27 +4,36 @@
 
 #include <cmath>
 
-QString Formats::formatK(qint64 n) { return ::formatK(n); }
+QString Formats::formatK(qint64 n) {
+    return ::formatK(n);
+}
 
-QString Formats::percent(double v) { return QString::asprintf("%.0f%%", v * 100.0); }
+QString Formats::percent(double v) {
+    return QString::asprintf("%.0f%%", v * 100.0);
+}
 
-QString Formats::multiplier(double m) { return QString::asprintf("\u00d7%.1f token multiplier", m); }
+QString Formats::multiplier(double m) {
+    return QString::asprintf("\u00d7%.1f token multiplier", m);
+}
 
-QString Formats::switches(qint64 count)
-{
+QString Formats::switches(qint64 count) {
     return QString::number(count) + QStringLiteral(" app switch") +
            (count == 1 ? QString() : QStringLiteral("es")) + QStringLiteral(" this hour");
 }
 
-QString Formats::change(double fraction)
-{
+QString Formats::change(double fraction) {
     const QString arrow = fraction >= 0 ? QStringLiteral("\u2191") : QStringLiteral("\u2193");
     return arrow + QString::number(qint64(std::fabs(fraction) * 100.0)) + u'%';
 }
 
-QString Formats::truncatedPercent(double fraction)
-{
+QString Formats::truncatedPercent(double fraction) {
     return QString::number(qint64(fraction * 100.0)) + u'%';
 }
 
-QString Formats::integer(qint64 n) { return QString::number(n); }
+QString Formats::integer(qint64 n) {
+    return QString::number(n);
+}
+
+QString Formats::thousands(qint64 n) {
+    return QString::asprintf("%.0fk", double(n) / 1000.0);
+}

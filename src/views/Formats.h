@@ -24,6 +24,8 @@ public:
     Q_INVOKABLE static QString change(double fraction);
     // A whole percentage, truncated: "73%".
     Q_INVOKABLE static QString truncatedPercent(double fraction);
+    // A count in thousands, "%.0fk" (20000 → "20k").
+    Q_INVOKABLE static QString thousands(qint64 n);
     // A plain integer ("%lld").
     Q_INVOKABLE static QString integer(qint64 n);
 };

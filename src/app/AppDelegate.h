@@ -1,0 +1,110 @@
+#pragma once
+
+#include "platform/StatusItem.h"
+
+#include <QObject>
+#include <QPoint>
+#include <QTimer>
+
+#include <memory>
+
+class ActivityMonitor;
+class AppEvents;
+class AppIdentityResolver;
+class ClipboardPasteboard;
+class DBusNotificationSink;
+class DayStore;
+class DesktopEntryIndex;
+class DesktopOpener;
+class DialogFileChooser;
+class ExportManager;
+class LoginItem;
+class NotificationManager;
+class PopoverWindow;
+class PreferencesActions;
+class PreferencesModel;
+class PreferencesWindow;
+class SessionContextEngine;
+class SqliteDefaults;
+class StatusPresenter;
+class UpdateChecker;
+class ViewHost;
+class X11IdleSource;
+class X11Workspace;
+class Clock;
+
+// The running application: makes the day store's sensors, services and windows, puts the
+// status item in the panel, and starts and stops everything in order.
+class AppDelegate : public QObject {
+    Q_OBJECT
+public:
+    struct Options {
+        // Each sensor tick counts ten seconds whatever its real interval.
+        int tickIntervalMs = 10000;
+        int firstLaunchDelayMs = 500;
+        double updateIntervalHours = 1.0;
+    };
+
+    AppDelegate(SqliteDefaults& defaults, const Clock& clock, Options options,
+                QObject* parent = nullptr);
+    ~AppDelegate() override;
+
+    // Builds and starts everything. statusItem may be null when the desktop has no panel to
+    // show it in: the dashboard then opens as an ordinary window. False, with the reason in
+    // *error, when the desktop cannot be followed at all.
+    bool applicationDidFinishLaunching(std::unique_ptr<StatusItem> statusItem, QString* error);
+    // Stops the sensors in the order they were started; what they gathered is stored.
+    void applicationWillTerminate();
+
+    // The status item's menu as it stands now.
+    QList<StatusMenuItem> menuItems();
+
+    DayStore& store() const { return *m_store; }
+    PopoverWindow& popover() const { return *m_popover; }
+
+public slots:
+    void togglePopover(QPoint anchor = {});
+    void showPreferences();
+    void openUpdatePage();
+    void copyExportSummary();
+    void exportCSVFromMenu();
+    void resetToday();
+    void sendFeedback();
+    void quit();
+    void systemDidWake();
+
+private:
+    void refreshMenu();
+
+    SqliteDefaults& m_defaults;
+    const Clock& m_clock;
+    Options m_options;
+
+    std::unique_ptr<DayStore> m_store;
+    std::unique_ptr<DesktopEntryIndex> m_entries;
+    std::unique_ptr<AppIdentityResolver> m_resolver;
+    std::unique_ptr<X11Workspace> m_workspace;
+    std::unique_ptr<X11IdleSource> m_idle;
+    std::unique_ptr<SessionContextEngine> m_context;
+    std::unique_ptr<ActivityMonitor> m_monitor;
+
+    std::unique_ptr<DBusNotificationSink> m_notificationSink;
+    std::unique_ptr<NotificationManager> m_notifications;
+    std::unique_ptr<DialogFileChooser> m_fileChooser;
+    std::unique_ptr<ClipboardPasteboard> m_pasteboard;
+    std::unique_ptr<DesktopOpener> m_opener;
+    std::unique_ptr<ExportManager> m_export;
+    std::unique_ptr<UpdateChecker> m_updates;
+
+    std::unique_ptr<PreferencesModel> m_preferences;
+    std::unique_ptr<AppEvents> m_events;
+    std::unique_ptr<LoginItem> m_loginItem;
+    std::unique_ptr<PreferencesActions> m_preferencesActions;
+
+    std::unique_ptr<StatusItem> m_statusItem;
+    std::unique_ptr<StatusPresenter> m_presenter;
+    std::unique_ptr<ViewHost> m_views;
+    std::unique_ptr<PopoverWindow> m_popover;
+    std::unique_ptr<PreferencesWindow> m_preferencesWindow;
+    bool m_started = false;
+};

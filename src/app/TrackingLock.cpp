@@ -1,0 +1,20 @@
+#include "TrackingLock.h"
+
+TrackingLock::TrackingLock(const QString& dataFolder)
+    : m_folder(dataFolder)
+    , m_lock(dataFolder + QStringLiteral("/tracking.lock")) {
+    m_lock.setStaleLockTime(0); // stale only when its process is gone
+}
+
+bool TrackingLock::tryLock(QString* why) {
+    if (m_lock.tryLock(0))
+        return true;
+    qint64 pid = 0;
+    QString host, app;
+    m_lock.getLockInfo(&pid, &host, &app);
+    if (why)
+        *why = m_lock.error() == QLockFile::LockFailedError
+                   ? QStringLiteral("tracking is already running (process %1)").arg(pid)
+                   : QStringLiteral("cannot take the tracking lock in %1").arg(m_folder);
+    return false;
+}

@@ -1,0 +1,167 @@
+import QtQuick
+import QtQuick.Controls
+import QtTest
+import Mindmeter
+
+// The preferences' controls on the live items: ranges, steps, what shows when, and what is
+// written.
+TestCase {
+    id: test
+    name: "Preferences"
+    width: 420
+    height: 480
+    visible: true
+    when: windowShown
+
+    QtObject {
+        id: fakePreferences
+        property real dailyBaseline: 25000
+        property int idleTimeoutMinutes: 3
+        property string menuBarStyle: "iconAndCount"
+        property bool alertEnabled: false
+        property real alertThreshold: 80
+        property bool tempAlertEnabled: false
+        property real tempAlertThreshold: 85
+        property real tempAlertMinutes: 20
+        property bool endOfDayEnabled: false
+        property real endOfDayTime: 66600
+        property bool goalEnabled: false
+        property real dailyGoal: 20000
+    }
+    QtObject {
+        id: fakeActions
+        property bool launchAtLogin: false
+        property string launchAtLoginHelp: "Enable to start Mindmeter automatically at login."
+        property int reschedules: 0
+        property var requested: []
+        function setLaunchAtLogin(on) { requested = requested.concat([on]) }
+        function rescheduleDigest() { ++reschedules }
+    }
+    Component {
+        id: preferencesView
+        PreferencesView { preferences: fakePreferences; actions: fakeActions }
+    }
+
+    function make(tab) {
+        const view = createTemporaryObject(preferencesView, test)
+        verify(view)
+        view.selectedTab = tab
+        waitForRendering(view)
+        return view
+    }
+    function spin(view, name) {
+        const s = findChild(findChild(view, name), "spin")
+        verify(s, name)
+        return s
+    }
+    // Steps a stepper n times up (or down, for negative n) as the user would.
+    function step(box, n) {
+        for (let i = 0; i < Math.abs(n); ++i) {
+            if (n > 0) box.increase(); else box.decrease()
+            box.valueModified()
+        }
+    }
+
+    function test_baselineStepper() {
+        fakePreferences.dailyBaseline = 25000
+        const view = make(0)
+        const box = spin(view, "baseline")
+        compare(findChild(findChild(view, "baseline"), "valueText").text, "25,000 tokens")
+        step(box, 1)
+        compare(fakePreferences.dailyBaseline, 30000)
+        step(box, 100)
+        compare(fakePreferences.dailyBaseline, 200000)
+        step(box, -100)
+        compare(fakePreferences.dailyBaseline, 5000)
+        fakePreferences.dailyBaseline = 25000
+    }
+
+    function test_idleTimeoutChoices() {
+        fakePreferences.idleTimeoutMinutes = 3
+        const view = make(0)
+        const combo = findChild(view, "idleTimeout")
+        compare(combo.currentText, "3 minutes")
+        fakePreferences.idleTimeoutMinutes = 7 // none of the choices: nothing selected
+        compare(combo.currentIndex, -1)
+        compare(fakePreferences.idleTimeoutMinutes, 7) // and left as it is
+        combo.activated(3)
+        compare(fakePreferences.idleTimeoutMinutes, 10)
+    }
+
+    function test_menuBarStyle() {
+        const view = make(0)
+        verify(findChild(view, "style_iconAndCount").checked)
+        mouseClick(findChild(view, "style_countOnly"))
+        compare(fakePreferences.menuBarStyle, "countOnly")
+        verify(!findChild(view, "style_iconAndCount").checked)
+    }
+
+    function test_alertSteppers_data() {
+        return [
+            { name: "alertThreshold", key: "alertThreshold", toggle: "alertEnabled", from: 50, to: 95, start: 80 },
+            { name: "tempAlertThreshold", key: "tempAlertThreshold", toggle: "tempAlertEnabled", from: 70, to: 95, start: 85 },
+            { name: "tempAlertMinutes", key: "tempAlertMinutes", toggle: "tempAlertEnabled", from: 5, to: 60, start: 20 },
+        ]
+    }
+    function test_alertSteppers(row) {
+        fakePreferences[row.toggle] = false
+        const view = make(1)
+        const stepper = findChild(view, row.name)
+        verify(!stepper.visible) // only while its switch is on
+        fakePreferences[row.toggle] = true
+        verify(stepper.visible)
+        const box = spin(view, row.name)
+        step(box, 1)
+        compare(fakePreferences[row.key], row.start + 5)
+        step(box, 50)
+        compare(fakePreferences[row.key], row.to)
+        step(box, -50)
+        compare(fakePreferences[row.key], row.from)
+        fakePreferences[row.key] = row.start
+        fakePreferences[row.toggle] = false
+        compare(fakePreferences[row.key], row.start) // hidden, not reset
+    }
+
+    function test_digestTime() {
+        fakePreferences.endOfDayEnabled = true
+        fakePreferences.endOfDayTime = 66600
+        fakeActions.reschedules = 0
+        const view = make(1)
+        const hours = findChild(view, "hours")
+        const minutes = findChild(view, "minutes")
+        compare(hours.displayText, "18")
+        compare(minutes.displayText, "30")
+        minutes.increase()
+        minutes.valueModified()
+        compare(fakePreferences.endOfDayTime, 18 * 3600 + 31 * 60)
+        compare(fakeActions.reschedules, 1)
+        hours.decrease()
+        hours.valueModified()
+        compare(fakePreferences.endOfDayTime, 17 * 3600 + 31 * 60)
+        compare(fakeActions.reschedules, 2)
+        fakePreferences.endOfDayEnabled = false
+        verify(!findChild(view, "deliveryTime").visible)
+    }
+
+    function test_goal() {
+        fakePreferences.goalEnabled = true
+        fakePreferences.dailyGoal = 20000
+        const view = make(1)
+        compare(findChild(findChild(view, "dailyGoal"), "valueText").text, "20k tokens")
+        mouseClick(findChild(view, "goalEnabled"))
+        compare(fakePreferences.goalEnabled, false)
+        verify(!findChild(view, "dailyGoal").visible)
+    }
+
+    function test_launchAtLogin() {
+        fakeActions.requested = []
+        const view = make(2)
+        const toggle = findChild(view, "launchAtLogin")
+        compare(toggle.checked, false)
+        compare(findChild(view, "launchAtLoginHelp").text, "Enable to start Mindmeter automatically at login.")
+        mouseClick(toggle)
+        compare(fakeActions.requested, [true])
+        fakeActions.launchAtLoginHelp = ""
+        verify(!findChild(view, "launchAtLoginHelp").visible)
+    }
+}
