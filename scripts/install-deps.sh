@@ -6,9 +6,10 @@ set -euo pipefail
 packages=(
     # Build
     build-essential cmake ninja-build pkg-config
-    qt6-base-dev libsqlite3-dev
-    # Tests: time-zone rules for the daylight-saving cases
-    tzdata
+    qt6-base-dev libsqlite3-dev liblz4-dev
+    # Tests: time-zone rules for the daylight-saving cases; real repositories for the
+    # repository monitor
+    tzdata git
 )
 
 missing=()
