@@ -450,12 +450,28 @@ void SpotlightMonitorTest::hungGitIsKilled() {
     QFile file(pids);
     QVERIFY(file.open(QIODevice::ReadOnly));
     const QList<QByteArray> started = file.readAll().trimmed().split('\n');
+    file.close();
     QCOMPARE(started.size(), 4); // two folders at warm-up, two in the scan
     for (const QByteArray& pid : started) {
         errno = 0;
         QCOMPARE(::kill(pid_t(pid.toInt()), 0), -1);
         QCOMPARE(errno, ESRCH);
     }
+
+    // Destroyed while git hangs with a long time-out: git is killed, not waited for.
+    QVERIFY(QFile::remove(pids));
+    options.gitTimeoutMs = 10 * 60 * 1000;
+    m_monitor = std::make_unique<SpotlightMonitor>(
+        *m_store, index, [] { return 1.0; }, *m_clock, options);
+    m_monitor->start();
+    QTRY_VERIFY(QFileInfo(pids).size() > 0); // the warm-up's git is running
+    QVERIFY(file.open(QIODevice::ReadOnly));
+    const int hanging = file.readAll().trimmed().toInt();
+    file.close();
+    m_monitor.reset();
+    errno = 0;
+    QCOMPARE(::kill(pid_t(hanging), 0), -1);
+    QCOMPARE(errno, ESRCH);
 }
 
 void SpotlightMonitorTest::garbageFromGitEarnsNothingUnreasonable() {

@@ -49,7 +49,7 @@ InotifyFileChangeIndex::InotifyFileChangeIndex(const QString& root,
 }
 
 InotifyFileChangeIndex::~InotifyFileChangeIndex() {
-    m_notifier.reset();
+    delete m_notifier;
     if (m_fd >= 0)
         ::close(m_fd); // the kernel drops every watch with the descriptor
 }
@@ -67,9 +67,8 @@ bool InotifyFileChangeIndex::start() {
                  std::strerror(errno));
         return false;
     }
-    m_notifier = std::make_unique<QSocketNotifier>(m_fd, QSocketNotifier::Read);
-    connect(m_notifier.get(), &QSocketNotifier::activated, this,
-            &InotifyFileChangeIndex::readEvents);
+    m_notifier = new QSocketNotifier(m_fd, QSocketNotifier::Read, this);
+    connect(m_notifier, &QSocketNotifier::activated, this, &InotifyFileChangeIndex::readEvents);
     addTree(m_root, false);
     return true;
 }

@@ -12,7 +12,6 @@
 
 #include <atomic>
 #include <list>
-#include <memory>
 
 class QSocketNotifier;
 
@@ -86,7 +85,7 @@ private:
 
     int m_fd = -1;
     quint64 m_rootDevice = 0;
-    std::unique_ptr<QSocketNotifier> m_notifier;
+    QSocketNotifier* m_notifier = nullptr; // a child: moves with the index
 
     // Watches, touched only on the index's own thread.
     QHash<int, QByteArray> m_pathByWatch;
