@@ -57,7 +57,6 @@ private slots:
 
     void sitesAreRecognised_data();
     void sitesAreRecognised();
-    void lookupsAreLongestFirstAndStable();
     void sameAddressCountsOnce();
     void onlyTheFrontBrowserIsAsked();
     void pollInsideAPollDoesNothing();
@@ -164,32 +163,6 @@ void BrowserAITrackerTest::sitesAreRecognised() {
     QCOMPARE(s.endTime, Timestamp::fromDateTime(m_clock->now()));
     QCOMPARE(s.duration(), 30.0);
     QVERIFY(!s.id.isNull());
-}
-
-void BrowserAITrackerTest::lookupsAreLongestFirstAndStable() {
-    const auto check = [](const QList<BrowserAITracker::Site>& declared,
-                          const QList<BrowserAITracker::Site>& lookup) {
-        QCOMPARE(lookup.size(), declared.size());
-        auto declaredAt = [&](const QString& domain) {
-            for (qsizetype i = 0; i < declared.size(); ++i)
-                if (declared[i].domain == domain)
-                    return i;
-            return qsizetype(-1);
-        };
-        for (qsizetype i = 1; i < lookup.size(); ++i) {
-            const auto& a = lookup[i - 1];
-            const auto& b = lookup[i];
-            QVERIFY(a.domain.size() >= b.domain.size());
-            if (a.domain.size() == b.domain.size())
-                QVERIFY(declaredAt(a.domain) < declaredAt(b.domain));
-            QVERIFY(declaredAt(b.domain) >= 0);
-        }
-    };
-    QCOMPARE(BrowserAITracker::aiDomains().size(), 25);
-    QCOMPARE(BrowserAITracker::meetingDomains().size(), 8);
-    check(BrowserAITracker::aiDomains(), BrowserAITracker::aiLookup());
-    check(BrowserAITracker::meetingDomains(), BrowserAITracker::meetingLookup());
-    QCOMPARE(BrowserAITracker::aiLookup().first().domain, "copilot.microsoft.com");
 }
 
 void BrowserAITrackerTest::sameAddressCountsOnce() {
