@@ -72,7 +72,7 @@ QString GitCommand::run(const QStringList& args) const {
     return QString::fromUtf8(out).trimmed();
 }
 
-QString GitCommand::repositoryRoot(const QString& folder) const {
+QString GitCommand::gitRoot(const QString& folder) const {
     const QString root = run({QStringLiteral("-C"), folder, QStringLiteral("rev-parse"),
                               QStringLiteral("--show-toplevel")});
     // Anything but one absolute path is not an answer.

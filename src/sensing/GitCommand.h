@@ -18,7 +18,7 @@ public:
     QString run(const QStringList& args) const;
 
     // The top folder of the repository holding `folder`; empty when it lies in none.
-    QString repositoryRoot(const QString& folder) const;
+    QString gitRoot(const QString& folder) const;
     // The commit HEAD names in the repository at `root`; empty when unknown.
     QString currentHead(const QString& root) const;
     // Lines inserted plus lines deleted between two commits.

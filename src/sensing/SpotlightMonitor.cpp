@@ -4,6 +4,7 @@
 
 #include <QUuid>
 
+#include <algorithm>
 #include <cmath>
 
 namespace {
@@ -200,7 +201,7 @@ void SpotlightMonitor::warmUp() {
     for (const QString& path : m_index.modifiedWithin(warmUpLookBackSeconds))
         folders.insert(folderOf(path));
     for (const QString& folder : firstOf(folders, warmUpFolderLimit)) {
-        const QString root = m_git.repositoryRoot(folder);
+        const QString root = m_git.gitRoot(folder);
         if (root.isEmpty())
             continue;
         rememberRepository(root);
@@ -227,7 +228,7 @@ void SpotlightMonitor::scan(double multiplier) {
             const QString folder = folderOf(path);
             auto root = rootOfFolder.constFind(folder);
             if (root == rootOfFolder.cend())
-                root = rootOfFolder.insert(folder, m_git.repositoryRoot(folder));
+                root = rootOfFolder.insert(folder, m_git.gitRoot(folder));
             if (!root->isEmpty()) {
                 touched.insert(*root);
                 rememberRepository(*root);
