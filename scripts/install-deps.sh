@@ -7,6 +7,7 @@ packages=(
     # Build
     build-essential cmake ninja-build pkg-config
     qt6-base-dev libsqlite3-dev libxcb1-dev libxcb-screensaver0-dev
+    liblz4-dev
     qt6-declarative-dev qt6-declarative-dev-tools
     # Run time: Qt Quick modules and platform plugins, the icon font, a text font
     qml6-module-qtquick qml6-module-qtquick-controls qml6-module-qtquick-layouts
@@ -17,8 +18,9 @@ packages=(
     # Tests: time-zone rules for the daylight-saving cases; an X server, a window manager,
     # windows and input for the desktop tests
     tzdata xvfb openbox xdotool xterm x11-utils qml6-module-qttest
-    # Tests: a private session bus for the desktop-notification tests
-    dbus-daemon
+    # Tests: a private session bus for the desktop-notification tests; real repositories
+    # for the repository monitor
+    dbus-daemon git
 )
 
 missing=()

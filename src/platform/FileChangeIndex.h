@@ -1,0 +1,16 @@
+#pragma once
+
+#include <QStringList>
+
+// Which files in the user's home folder had their content written recently: saved in
+// place, or moved into place as editors do when they save through a temporary file.
+//
+// Answered from any thread; the repository monitor asks from its own worker.
+class FileChangeIndex {
+public:
+    virtual ~FileChangeIndex() = default;
+
+    // Absolute paths of files written within the last `seconds` seconds, each once, in
+    // no particular order.
+    virtual QStringList modifiedWithin(int seconds) const = 0;
+};

@@ -1,0 +1,270 @@
+#include "FakeClock.h"
+#include "Sessions.h"
+
+#include "model/AppPreferences.h"
+#include "sensing/BrowserAITracker.h"
+#include "store/SqliteDefaults.h"
+
+#include <QSignalSpy>
+#include <QTemporaryDir>
+#include <QTest>
+
+#include <functional>
+
+namespace {
+
+class FakeWorkspace final : public Workspace {
+public:
+    std::optional<RunningApp> frontmostApplication() const override { return front; }
+    QList<RunningApp> runningApplications() const override { return running; }
+
+    std::optional<RunningApp> front;
+    QList<RunningApp> running;
+};
+
+// A tab source that can ask the applications whose identifier starts with "test.browser"
+// and answers what the test says.
+class FakeTabSource final : public BrowserTabSource {
+public:
+    bool canAsk(const RunningApp& app) const override {
+        return app.bundleID.startsWith(QLatin1String("test.browser"));
+    }
+    std::optional<QString> activeTabURL(const RunningApp& front) override {
+        asked.append(front);
+        if (duringAsk)
+            duringAsk();
+        return url;
+    }
+    void probeForPermission(const QList<RunningApp>& running) override { probes.append(running); }
+
+    std::optional<QString> url;
+    QList<RunningApp> asked;
+    QList<QList<RunningApp>> probes;
+    std::function<void()> duringAsk;
+};
+
+RunningApp app(const QString& bundleID) {
+    return RunningApp{bundleID, bundleID, true, 42};
+}
+
+} // namespace
+
+class BrowserAITrackerTest : public QObject {
+    Q_OBJECT
+private slots:
+    void init();
+    void cleanup();
+
+    void sitesAreRecognised_data();
+    void sitesAreRecognised();
+    void sameAddressCountsOnce();
+    void onlyTheFrontBrowserIsAsked();
+    void pollInsideAPollDoesNothing();
+    void permissionProbeWaitsForOnboarding();
+    void stopForgetsTheAddressAndPollsStartOneIntervalLater();
+
+private:
+    void poll(const std::optional<QString>& url);
+
+    std::unique_ptr<QTemporaryDir> m_dir;
+    std::unique_ptr<SqliteDefaults> m_db;
+    std::unique_ptr<FakeClock> m_clock;
+    std::unique_ptr<DayStore> m_store;
+    std::unique_ptr<FakeWorkspace> m_workspace;
+    std::unique_ptr<FakeTabSource> m_tabs;
+    std::unique_ptr<BrowserAITracker> m_tracker;
+};
+
+void BrowserAITrackerTest::init() {
+    m_dir = std::make_unique<QTemporaryDir>();
+    m_db = SqliteDefaults::open(m_dir->filePath(QStringLiteral("data.sqlite3")));
+    QVERIFY(m_db);
+    m_clock = std::make_unique<FakeClock>(local(2026, 5, 30, 10));
+    m_store = std::make_unique<DayStore>(*m_db, *m_clock);
+    m_workspace = std::make_unique<FakeWorkspace>();
+    m_workspace->front = app(QStringLiteral("test.browser"));
+    m_tabs = std::make_unique<FakeTabSource>();
+    BrowserAITracker::Options options;
+    options.pollIntervalMs = 60 * 60 * 1000; // polls are triggered by the test
+    m_tracker = std::make_unique<BrowserAITracker>(*m_store, *m_workspace, *m_tabs, *m_db, *m_clock,
+                                                   options);
+}
+
+void BrowserAITrackerTest::cleanup() {
+    m_tracker.reset();
+    m_store.reset();
+}
+
+void BrowserAITrackerTest::poll(const std::optional<QString>& url) {
+    m_tabs->url = url;
+    QVERIFY(QMetaObject::invokeMethod(m_tracker.get(), "poll"));
+    settle();
+}
+
+void BrowserAITrackerTest::sitesAreRecognised_data() {
+    QTest::addColumn<QString>("url");
+    QTest::addColumn<QString>("bundleID"); // empty: nothing recorded
+    QTest::addColumn<QString>("name");
+
+    QTest::newRow("ChatGPT, any path") << "https://chatgpt.com/c/6650-abc?model=x"
+                                       << "browser.ai.chatgpt.com"
+                                       << "ChatGPT (web)";
+    QTest::newRow("old ChatGPT domain") << "https://chat.openai.com/"
+                                        << "browser.ai.chat.openai.com"
+                                        << "ChatGPT (web)";
+    QTest::newRow("Zoom meeting link") << "https://us02web.zoom.us/j/8812345?pwd=x"
+                                       << "browser.meeting.zoom.us/j/"
+                                       << "Zoom (web)";
+    QTest::newRow("Zoom home page") << "https://zoom.us/"
+                                    << ""
+                                    << "";
+    QTest::newRow("Teams is a meeting") << "https://teams.microsoft.com/l/chat/0/0"
+                                        << "browser.meeting.teams.microsoft.com"
+                                        << "Microsoft Teams (web)";
+    QTest::newRow("domain in a query string") << "https://www.google.com/search?q=claude.ai"
+                                              << "browser.ai.claude.ai"
+                                              << "Claude (web)";
+    QTest::newRow("meetings before AI") << "https://meet.google.com/abc-defg?ref=claude.ai"
+                                        << "browser.meeting.meet.google.com"
+                                        << "Google Meet (web)";
+    QTest::newRow("longest domain first") << "https://chatgpt.com/?q=claude.ai"
+                                          << "browser.ai.chatgpt.com"
+                                          << "ChatGPT (web)";
+    QTest::newRow("equal length: declaration order") << "https://suno.com/?from=grok.com"
+                                                     << "browser.ai.grok.com"
+                                                     << "Grok (web)";
+    QTest::newRow("more specific entry") << "https://app.runway.com/projects"
+                                         << "browser.ai.app.runway.com"
+                                         << "Runway (web)";
+    QTest::newRow("case matters") << "https://CLAUDE.AI/new"
+                                  << ""
+                                  << "";
+    QTest::newRow("unknown site") << "https://example.org/"
+                                  << ""
+                                  << "";
+}
+
+void BrowserAITrackerTest::sitesAreRecognised() {
+    QFETCH(QString, url);
+    QFETCH(QString, bundleID);
+    QFETCH(QString, name);
+    poll(url);
+    if (bundleID.isEmpty()) {
+        QVERIFY(m_store->sessions().isEmpty());
+        return;
+    }
+    QCOMPARE(m_store->sessions().size(), 1);
+    const ActivitySession& s = m_store->sessions().first();
+    QCOMPARE(s.appBundleID, bundleID);
+    QCOMPARE(s.appName, name);
+    const bool meeting = bundleID.startsWith("browser.meeting.");
+    QCOMPARE(s.tokenType, meeting ? TokenType::input : TokenType::ai);
+    QCOMPARE(s.rawTokens, meeting ? qint64(10) : qint64(25));
+    QCOMPARE(s.endTime, Timestamp::fromDateTime(m_clock->now()));
+    QCOMPARE(s.duration(), 30.0);
+    QVERIFY(!s.id.isNull());
+}
+
+void BrowserAITrackerTest::sameAddressCountsOnce() {
+    const QString claude = QStringLiteral("https://claude.ai/chat/1");
+    poll(claude);
+    poll(claude);
+    QCOMPARE(m_store->sessions().size(), 1);
+    poll(QStringLiteral("https://claude.ai/chat/2")); // a new address on the same site
+    QCOMPARE(m_store->sessions().size(), 2);
+    poll(std::nullopt); // no window, or no answer
+    poll(QStringLiteral("https://claude.ai/chat/2"));
+    QCOMPARE(m_store->sessions().size(), 3);
+    poll(QString()); // an empty answer forgets the address too
+    poll(QStringLiteral("https://claude.ai/chat/2"));
+    QCOMPARE(m_store->sessions().size(), 4);
+    poll(QStringLiteral("https://example.org/")); // remembered even when not a known site
+    poll(QStringLiteral("https://claude.ai/chat/2"));
+    QCOMPARE(m_store->sessions().size(), 5);
+}
+
+void BrowserAITrackerTest::onlyTheFrontBrowserIsAsked() {
+    const QString chat = QStringLiteral("https://chatgpt.com/");
+    poll(chat);
+    QCOMPARE(m_tabs->asked.size(), 1);
+    QCOMPARE(m_tabs->asked.first().bundleID, "test.browser");
+
+    m_workspace->front = app(QStringLiteral("org.gnu.Emacs")); // no way to ask it
+    poll(chat);
+    m_workspace->front.reset(); // nothing in front
+    poll(chat);
+    m_workspace->front = app(QString()); // an application without an identifier
+    poll(chat);
+    QCOMPARE(m_tabs->asked.size(), 1);
+
+    // Time in another application does not forget the page: back on it, nothing new.
+    m_workspace->front = app(QStringLiteral("test.browser.beta"));
+    poll(chat);
+    QCOMPARE(m_tabs->asked.size(), 2);
+    QCOMPARE(m_store->sessions().size(), 1);
+}
+
+void BrowserAITrackerTest::pollInsideAPollDoesNothing() {
+    // Asking may run the event loop, which may fire the timer again.
+    m_tabs->duringAsk = [this] {
+        QVERIFY(QMetaObject::invokeMethod(m_tracker.get(), "poll", Qt::DirectConnection));
+    };
+    poll(QStringLiteral("https://perplexity.ai/search"));
+    QCOMPARE(m_tabs->asked.size(), 1);
+    QCOMPARE(m_store->sessions().size(), 1);
+    m_tabs->duringAsk = nullptr;
+    poll(QStringLiteral("https://poe.com/")); // and the flag was cleared
+    QCOMPARE(m_tabs->asked.size(), 2);
+}
+
+void BrowserAITrackerTest::permissionProbeWaitsForOnboarding() {
+    m_workspace->running = {app("org.gnome.Nautilus"), app("test.browser")};
+
+    // First launch: nothing until the onboarding has finished, then exactly once.
+    m_tracker->start();
+    QVERIFY(m_tabs->probes.isEmpty());
+    m_tracker->onboardingCompleted();
+    QCOMPARE(m_tabs->probes.size(), 1);
+    QCOMPARE(m_tabs->probes.first(), m_workspace->running);
+    m_tracker->onboardingCompleted();
+    QCOMPARE(m_tabs->probes.size(), 1);
+
+    // Stopped before the onboarding finished: no probe afterwards.
+    m_tracker->stop();
+    m_tracker->start();
+    m_tracker->stop();
+    m_tracker->onboardingCompleted();
+    QCOMPARE(m_tabs->probes.size(), 1);
+
+    // Launched before: the probe runs at once.
+    QVERIFY(m_db->setBool(AppPreferences::hasLaunchedBefore, true));
+    m_tracker->start();
+    QCOMPARE(m_tabs->probes.size(), 2);
+    m_tracker->onboardingCompleted();
+    QCOMPARE(m_tabs->probes.size(), 2);
+}
+
+void BrowserAITrackerTest::stopForgetsTheAddressAndPollsStartOneIntervalLater() {
+    const QString gemini = QStringLiteral("https://gemini.google.com/app");
+    poll(gemini);
+    m_tracker->stop();
+    poll(gemini);
+    QCOMPARE(m_store->sessions().size(), 2);
+
+    BrowserAITracker::Options options;
+    options.pollIntervalMs = 20;
+    BrowserAITracker timed(*m_store, *m_workspace, *m_tabs, *m_db, *m_clock, options);
+    m_tabs->asked.clear();
+    m_tabs->url = QStringLiteral("https://mistral.ai/chat");
+    timed.start();
+    QVERIFY(m_tabs->asked.isEmpty());       // no poll at start
+    QTRY_VERIFY(m_tabs->asked.size() >= 2); // then one every interval
+    timed.stop();
+    const qsizetype asked = m_tabs->asked.size();
+    QTest::qWait(100);
+    QCOMPARE(m_tabs->asked.size(), asked);
+    QCOMPARE(m_store->sessions().last().appBundleID, "browser.ai.mistral.ai");
+}
+
+QTEST_GUILESS_MAIN(BrowserAITrackerTest)
+#include "tst_browseraitracker.moc"
