@@ -1,8 +1,10 @@
 #include "AppDelegate.h"
 
+#include "Alerts.h"
 #include "PopoverWindow.h"
 #include "PreferencesActions.h"
 #include "PreferencesWindow.h"
+#include "Sensors.h"
 #include "StatusMenu.h"
 #include "StatusPresenter.h"
 #include "ViewHost.h"
@@ -10,18 +12,14 @@
 #include "model/AppEvents.h"
 #include "model/AppPreferences.h"
 #include "model/PreferencesModel.h"
-#include "platform/linux/AppAliases.h"
-#include "platform/linux/AppIdentityResolver.h"
 #include "platform/linux/ClipboardPasteboard.h"
-#include "platform/linux/DBusNotificationSink.h"
-#include "platform/linux/DesktopEntryIndex.h"
 #include "platform/linux/DesktopOpener.h"
 #include "platform/linux/DialogFileChooser.h"
-#include "platform/linux/X11IdleSource.h"
-#include "platform/linux/X11Workspace.h"
 #include "platform/linux/XdgAutostartLoginItem.h"
 #include "sensing/ActivityMonitor.h"
+#include "sensing/BrowserAITracker.h"
 #include "sensing/SessionContextEngine.h"
+#include "sensing/SpotlightMonitor.h"
 #include "services/ExportManager.h"
 #include "services/NotificationManager.h"
 #include "services/UpdateChecker.h"
@@ -29,14 +27,9 @@
 #include "store/SqliteDefaults.h"
 
 #include <QCoreApplication>
-#include <QDBusConnection>
 #include <QLoggingCategory>
 
 Q_LOGGING_CATEGORY(lcApp, "mindmeter.app")
-
-namespace {
-const QString desktopId = QStringLiteral("com.mindmeter.Mindmeter");
-} // namespace
 
 AppDelegate::AppDelegate(SqliteDefaults& defaults, const Clock& clock, Options options,
                          QObject* parent)
@@ -54,40 +47,13 @@ bool AppDelegate::applicationDidFinishLaunching(std::unique_ptr<StatusItem> stat
                                                 QString* error) {
     m_store = std::make_unique<DayStore>(m_defaults, m_clock);
 
-    // The desktop: which application is in front, and whether the user is there.
-    m_entries = std::make_unique<DesktopEntryIndex>();
-    m_resolver = std::make_unique<AppIdentityResolver>(
-        *m_entries, AppAliases::builtIn(), QCoreApplication::applicationPid(),
-        QString::fromLatin1(ActivityMonitor::ownBundleID));
-    m_workspace = X11Workspace::open(*m_resolver, error);
-    if (!m_workspace)
+    // The sensors around the store; they start once everything else is in place.
+    m_sensors = std::make_unique<Sensors>(*m_store, m_defaults, m_clock);
+    if (!m_sensors->create({m_options.tickIntervalMs}, error))
         return false;
-    m_idle = X11IdleSource::open(error);
-    if (!m_idle)
-        return false;
-
-    // Sensors, in the order they start.
-    m_context = std::make_unique<SessionContextEngine>(
-        *m_workspace, *m_idle, *m_store, m_defaults, m_clock,
-        SessionContextEngine::Options{m_options.tickIntervalMs, 30});
-    SessionContextEngine::setShared(m_context.get());
-    ActivityMonitor::Options monitorOptions;
-    monitorOptions.tickIntervalMs = m_options.tickIntervalMs;
-    m_monitor = std::make_unique<ActivityMonitor>(
-        *m_store, *m_workspace, *m_idle, m_defaults, m_clock,
-        [context = m_context.get()] { return context->multiplier(); }, monitorOptions);
 
     // Services.
-    DBusNotificationSink::Options sinkOptions;
-    sinkOptions.appIcon = desktopId;
-    sinkOptions.desktopEntry = desktopId;
-    m_notificationSink = std::make_unique<DBusNotificationSink>(QDBusConnection::sessionBus(),
-                                                                m_defaults, m_clock, sinkOptions);
-    m_notifications =
-        std::make_unique<NotificationManager>(*m_notificationSink, m_defaults, m_clock);
-    m_notifications->attach(*m_store);
-    connect(m_context.get(), &SessionContextEngine::temperatureCheckRequested,
-            m_notifications.get(), &NotificationManager::checkTemperature);
+    m_alerts = std::make_unique<Alerts>(*m_store, m_sensors->context(), m_defaults, m_clock);
     m_fileChooser = std::make_unique<DialogFileChooser>();
     m_pasteboard = std::make_unique<ClipboardPasteboard>();
     m_opener = std::make_unique<DesktopOpener>();
@@ -101,16 +67,16 @@ bool AppDelegate::applicationDidFinishLaunching(std::unique_ptr<StatusItem> stat
     m_events = std::make_unique<AppEvents>();
     m_loginItem = std::make_unique<XdgAutostartLoginItem>(QCoreApplication::applicationFilePath());
     m_preferencesActions = std::make_unique<PreferencesActions>(*m_loginItem, [this] {
-        m_notifications->scheduleEndOfDayDigest(m_store->totalWeighted());
+        m_alerts->manager().scheduleEndOfDayDigest(m_store->totalWeighted());
     });
 
     // The windows; their QML is loaded on first use.
     m_views = std::make_unique<ViewHost>();
     const QVariantMap models{
         {QStringLiteral("store"), QVariant::fromValue(m_store.get())},
-        {QStringLiteral("monitor"), QVariant::fromValue(m_monitor.get())},
-        {QStringLiteral("context"), QVariant::fromValue(m_context.get())},
-        {QStringLiteral("spotlight"), QVariant::fromValue<QObject*>(m_events.get())},
+        {QStringLiteral("monitor"), QVariant::fromValue(&m_sensors->monitor())},
+        {QStringLiteral("context"), QVariant::fromValue(&m_sensors->context())},
+        {QStringLiteral("spotlight"), QVariant::fromValue(&m_sensors->spotlight())},
         {QStringLiteral("checker"), QVariant::fromValue(m_updates.get())},
         {QStringLiteral("exporter"), QVariant::fromValue(m_export.get())},
         {QStringLiteral("preferences"), QVariant::fromValue(m_preferences.get())},
@@ -130,8 +96,8 @@ bool AppDelegate::applicationDidFinishLaunching(std::unique_ptr<StatusItem> stat
     // menu asks for a fresh update check each time it opens.
     m_statusItem = std::move(statusItem);
     if (m_statusItem) {
-        m_presenter =
-            std::make_unique<StatusPresenter>(*m_statusItem, *m_store, *m_monitor, *m_preferences);
+        m_presenter = std::make_unique<StatusPresenter>(*m_statusItem, *m_store,
+                                                        m_sensors->monitor(), *m_preferences);
         connect(m_statusItem.get(), &StatusItem::activated, this,
                 [this](QPoint at) { togglePopover(at); });
         connect(m_statusItem.get(), &StatusItem::menuAboutToShow, m_updates.get(),
@@ -143,12 +109,8 @@ bool AppDelegate::applicationDidFinishLaunching(std::unique_ptr<StatusItem> stat
         refreshMenu();
     }
 
-    // Start the sensors in order.
-    m_monitor->start();
-    m_context->start();
+    m_sensors->start();
     m_started = true;
-
-    connect(m_workspace.get(), &Workspace::didWake, this, &AppDelegate::systemDidWake);
 
     // Launch at login: set up on every start unless it was set up and switched off.
     if (m_loginItem->status() == LoginItem::Status::notRegistered) {
@@ -167,6 +129,8 @@ bool AppDelegate::applicationDidFinishLaunching(std::unique_ptr<StatusItem> stat
     }
 
     connect(m_events.get(), &AppEvents::openPreferences, this, &AppDelegate::showPreferences);
+    connect(m_events.get(), &AppEvents::onboardingComplete, &m_sensors->browser(),
+            &BrowserAITracker::onboardingCompleted);
     return true;
 }
 
@@ -174,10 +138,7 @@ void AppDelegate::applicationWillTerminate() {
     if (!m_started)
         return;
     m_started = false;
-    m_monitor->stop();
-    m_context->stop();
-    // The monitor's last session was posted to the store; store it before going.
-    QCoreApplication::sendPostedEvents(m_store.get());
+    m_sensors->stop();
     m_store->waitForHistory();
 }
 

@@ -8,29 +8,23 @@
 
 #include <memory>
 
-class ActivityMonitor;
 class AppEvents;
-class AppIdentityResolver;
 class ClipboardPasteboard;
-class DBusNotificationSink;
+class Alerts;
 class DayStore;
-class DesktopEntryIndex;
 class DesktopOpener;
 class DialogFileChooser;
 class ExportManager;
+class Sensors;
 class LoginItem;
-class NotificationManager;
 class PopoverWindow;
 class PreferencesActions;
 class PreferencesModel;
 class PreferencesWindow;
-class SessionContextEngine;
 class SqliteDefaults;
 class StatusPresenter;
 class UpdateChecker;
 class ViewHost;
-class X11IdleSource;
-class X11Workspace;
 class Clock;
 
 // The running application: makes the day store's sensors, services and windows, puts the
@@ -81,15 +75,9 @@ private:
     Options m_options;
 
     std::unique_ptr<DayStore> m_store;
-    std::unique_ptr<DesktopEntryIndex> m_entries;
-    std::unique_ptr<AppIdentityResolver> m_resolver;
-    std::unique_ptr<X11Workspace> m_workspace;
-    std::unique_ptr<X11IdleSource> m_idle;
-    std::unique_ptr<SessionContextEngine> m_context;
-    std::unique_ptr<ActivityMonitor> m_monitor;
+    std::unique_ptr<Sensors> m_sensors;
 
-    std::unique_ptr<DBusNotificationSink> m_notificationSink;
-    std::unique_ptr<NotificationManager> m_notifications;
+    std::unique_ptr<Alerts> m_alerts;
     std::unique_ptr<DialogFileChooser> m_fileChooser;
     std::unique_ptr<ClipboardPasteboard> m_pasteboard;
     std::unique_ptr<DesktopOpener> m_opener;

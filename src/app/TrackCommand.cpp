@@ -1,17 +1,13 @@
 // `mindmeter track`: the sensing loop in the foreground, without a tray or windows.
 
+#include "Alerts.h"
 #include "CommandLine.h"
+#include "Sensors.h"
 #include "TrackingLock.h"
 #include "UnixSignalWatcher.h"
 
 #include "platform/Clock.h"
-#include "platform/linux/AppAliases.h"
-#include "platform/linux/AppIdentityResolver.h"
-#include "platform/linux/DesktopEntryIndex.h"
-#include "platform/linux/X11IdleSource.h"
 #include "platform/linux/X11Workspace.h"
-#include "sensing/ActivityMonitor.h"
-#include "sensing/SessionContextEngine.h"
 #include "store/DayStore.h"
 #include "store/SqliteDefaults.h"
 
@@ -49,51 +45,33 @@ int CommandLine::track(const QStringList& args) {
     if (!lock.tryLock(&why))
         return failure(why);
 
-    DesktopEntryIndex entries;
-    AppIdentityResolver resolver(entries, AppAliases::builtIn(), QCoreApplication::applicationPid(),
-                                 QString::fromLatin1(ActivityMonitor::ownBundleID));
+    DayStore store(*defaults, m_clock);
+    Sensors sensors(store, *defaults, m_clock);
     QString error;
-    std::unique_ptr<X11Workspace> workspace = X11Workspace::open(resolver, &error);
-    if (!workspace)
-        return failure(QStringLiteral("cannot track: %1").arg(error));
-    std::unique_ptr<X11IdleSource> idle = X11IdleSource::open(&error);
-    if (!idle)
+    if (!sensors.create({tickMs}, &error))
         return failure(QStringLiteral("cannot track: %1").arg(error));
     if (wayland)
         std::fprintf(m_err, "mindmeter: this is a Wayland session: only applications shown "
                             "through XWayland can be seen; while a native Wayland window is in "
                             "front, the last X11 application stays current\n");
-    if (!workspace->hasActiveWindowSupport())
+    if (!sensors.workspace().hasActiveWindowSupport())
         std::fprintf(m_err, "mindmeter: the window manager does not publish the active window "
                             "(_NET_ACTIVE_WINDOW); no application will be seen in front\n");
 
-    DayStore store(*defaults, m_clock);
-    SessionContextEngine engine(*workspace, *idle, store, *defaults, m_clock,
-                                SessionContextEngine::Options{tickMs, 30});
-    SessionContextEngine::setShared(&engine);
-    ActivityMonitor::Options monitorOptions;
-    monitorOptions.tickIntervalMs = tickMs;
-    ActivityMonitor monitor(
-        store, *workspace, *idle, *defaults, m_clock, [&engine] { return engine.multiplier(); },
-        monitorOptions);
-    QObject::connect(workspace.get(), &Workspace::didWake, &store, &DayStore::handleWake);
+    Alerts alerts(store, sensors.context(), *defaults, m_clock);
 
     UnixSignalWatcher signalWatcher({SIGINT, SIGTERM, SIGHUP});
     QObject::connect(&signalWatcher, &UnixSignalWatcher::received, [&] {
-        // Stop in the order of starting; the monitor flushes what it has gathered, and the
-        // posted session is stored before the loop ends.
-        monitor.stop();
-        engine.stop();
-        QCoreApplication::sendPostedEvents();
+        // Stop in the order of starting; what the monitor gathered is stored before the
+        // loop ends.
+        sensors.stop();
         QCoreApplication::quit();
     });
 
     std::fprintf(m_err, "mindmeter: tracking; stop with Ctrl-C\n");
     std::fflush(m_err);
-    monitor.start();
-    engine.start();
+    sensors.start();
     const int status = QCoreApplication::exec();
-    SessionContextEngine::setShared(nullptr);
     store.waitForHistory();
     return status;
 }

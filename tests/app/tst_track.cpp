@@ -5,6 +5,8 @@
 #include "model/SessionCodec.h"
 
 #include <QDateTime>
+#include <QDir>
+#include <QFile>
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QTemporaryDir>
@@ -17,6 +19,7 @@ class TrackTest : public QObject {
 private slots:
     void init();
     void recordsTheFocusedTerminal();
+    void creditsSavesAndCommitsUnderHome();
     void refusesWithoutAnX11Display_data();
     void refusesWithoutAnX11Display();
 
@@ -39,6 +42,7 @@ QProcessEnvironment TrackTest::environment() const {
     env.insert("XDG_DATA_DIRS",
                m_dir->filePath("no-system-entries")); // identities from the alias table
     env.insert("TZ", "UTC");
+    env.insert("HOME", m_dir->filePath("home"));
     return env;
 }
 
@@ -111,6 +115,72 @@ void TrackTest::recordsTheFocusedTerminal() {
     ::kill(pid_t(again->processId()), SIGINT);
     QVERIFY(again->waitForFinished(10000));
     QCOMPARE(again->exitCode(), 0);
+}
+
+namespace {
+
+bool git(const QString& repo, const QStringList& args) {
+    QProcess p;
+    p.setWorkingDirectory(repo);
+    QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+    env.insert("GIT_AUTHOR_NAME", "Test");
+    env.insert("GIT_AUTHOR_EMAIL", "test@example.invalid");
+    env.insert("GIT_COMMITTER_NAME", "Test");
+    env.insert("GIT_COMMITTER_EMAIL", "test@example.invalid");
+    p.setProcessEnvironment(env);
+    p.start("git", args);
+    return p.waitForFinished(20000) && p.exitCode() == 0;
+}
+
+void writeLines(const QString& path, int lines) {
+    QFile f(path);
+    QVERIFY(f.open(QIODevice::WriteOnly));
+    for (int i = 0; i < lines; ++i)
+        f.write("print(" + QByteArray::number(i) + ")\n");
+}
+
+} // namespace
+
+void TrackTest::creditsSavesAndCommitsUnderHome() {
+    // A repository under the home folder, touched just before tracking starts so the
+    // warm-up learns its HEAD.
+    const QString repo = m_dir->filePath("home/projects/widget");
+    QVERIFY(QDir().mkpath(repo));
+    QVERIFY(git(repo, {"init", "-q"}));
+    writeLines(repo + "/main.py", 10);
+    QVERIFY(git(repo, {"add", "."}));
+    QVERIFY(git(repo, {"commit", "-q", "-m", "start"}));
+
+    QProcess* track = startTrack();
+    QByteArray said;
+    QTRY_VERIFY2((said += track->readAllStandardError()).contains("tracking"), said.constData());
+    QTest::qWait(1000); // the file watcher's first walk and the warm-up
+
+    // A save, then a commit of 100 changed lines.
+    writeLines(repo + "/tool.py", 100);
+    QTest::qWait(600);
+    QVERIFY(git(repo, {"add", "."}));
+    QVERIFY(git(repo, {"commit", "-q", "-m", "tool"}));
+    QTest::qWait(1500);
+    ::kill(pid_t(track->processId()), SIGTERM);
+    QVERIFY(track->waitForFinished(10000));
+    QCOMPARE(track->exitCode(), 0);
+
+    const QString day = QDateTime::currentDateTimeUtc().date().toString(Qt::ISODate);
+    const auto sessions =
+        SessionCodec::decodeDay(run({"defaults", "read", "mindmeter.sessions." + day}));
+    QVERIFY(sessions);
+    QStringList names;
+    for (const ActivitySession& s : *sessions)
+        names << s.appBundleID + " | " + s.appName;
+    QVERIFY2(names.contains("git.autodetect | Git [widget]: commit +100 lines"),
+             qPrintable(names.join("\n")));
+    QVERIFY2(std::any_of(sessions->begin(), sessions->end(),
+                         [](const ActivitySession& s) {
+                             return s.appBundleID == "spotlight.source" &&
+                                    s.appName.startsWith("\U0001F4BB Code \u2014 ");
+                         }),
+             qPrintable(names.join("\n")));
 }
 
 void TrackTest::refusesWithoutAnX11Display_data() {

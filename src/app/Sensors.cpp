@@ -1,0 +1,105 @@
+#include "Sensors.h"
+
+#include "platform/linux/AppAliases.h"
+#include "platform/linux/AppIdentityResolver.h"
+#include "platform/linux/DesktopEntryIndex.h"
+#include "platform/linux/FirefoxTabSource.h"
+#include "platform/linux/InotifyFileChangeIndex.h"
+#include "platform/linux/X11IdleSource.h"
+#include "platform/linux/X11Workspace.h"
+#include "sensing/ActivityMonitor.h"
+#include "sensing/BrowserAITracker.h"
+#include "sensing/SessionContextEngine.h"
+#include "sensing/SpotlightMonitor.h"
+#include "store/DayStore.h"
+
+#include <QCoreApplication>
+#include <QDir>
+
+Sensors::Sensors(DayStore& store, Defaults& defaults, const Clock& clock, QObject* parent)
+    : QObject(parent)
+    , m_store(store)
+    , m_defaults(defaults)
+    , m_clock(clock) {}
+
+Sensors::~Sensors() {
+    stop();
+    SessionContextEngine::setShared(nullptr);
+    // The monitor must not outlive the index it asks.
+    m_spotlight.reset();
+    if (m_files)
+        QMetaObject::invokeMethod(m_files, &QObject::deleteLater);
+    m_fileThread.quit();
+    m_fileThread.wait();
+}
+
+bool Sensors::create(Options options, QString* error) {
+    m_entries = std::make_unique<DesktopEntryIndex>();
+    m_resolver = std::make_unique<AppIdentityResolver>(
+        *m_entries, AppAliases::builtIn(), QCoreApplication::applicationPid(),
+        QString::fromLatin1(ActivityMonitor::ownBundleID));
+    m_workspace = X11Workspace::open(*m_resolver, error);
+    if (!m_workspace)
+        return false;
+    m_idle = X11IdleSource::open(error);
+    if (!m_idle)
+        return false;
+
+    m_context = std::make_unique<SessionContextEngine>(
+        *m_workspace, *m_idle, m_store, m_defaults, m_clock,
+        SessionContextEngine::Options{options.tickIntervalMs, 30});
+    SessionContextEngine::setShared(m_context.get());
+    const auto multiplier = [context = m_context.get()] { return context->multiplier(); };
+
+    ActivityMonitor::Options monitorOptions;
+    monitorOptions.tickIntervalMs = options.tickIntervalMs;
+    m_monitor = std::make_unique<ActivityMonitor>(m_store, *m_workspace, *m_idle, m_defaults,
+                                                  m_clock, multiplier, monitorOptions);
+
+    // Saves under the home folder, seen as they happen; the walk of the folder tree runs on
+    // the index's own thread so start-up does not wait for it.
+    m_files = new InotifyFileChangeIndex(QDir::homePath(), SpotlightMonitor::skipParts(), m_clock);
+    m_files->moveToThread(&m_fileThread);
+    m_fileThread.setObjectName(QStringLiteral("file changes"));
+    m_fileThread.start(QThread::LowPriority);
+    // A shortened tick (for tests) shortens the scans and polls in proportion.
+    const auto scaled = [&](int ms) {
+        return int(qMax<qint64>(10, qint64(ms) * options.tickIntervalMs / 10000));
+    };
+    SpotlightMonitor::Options spotlightOptions;
+    spotlightOptions.scanIntervalMs = scaled(spotlightOptions.scanIntervalMs);
+    m_spotlight = std::make_unique<SpotlightMonitor>(m_store, *m_files, multiplier, m_clock,
+                                                     spotlightOptions);
+
+    m_tabs = std::make_unique<FirefoxTabSource>();
+    BrowserAITracker::Options browserOptions;
+    browserOptions.pollIntervalMs = scaled(browserOptions.pollIntervalMs);
+    m_browser = std::make_unique<BrowserAITracker>(m_store, *m_workspace, *m_tabs, m_defaults,
+                                                   m_clock, browserOptions);
+    connect(m_workspace.get(), &Workspace::didWake, &m_store, &DayStore::handleWake);
+    return true;
+}
+
+void Sensors::start() {
+    if (m_running)
+        return;
+    m_running = true;
+    QMetaObject::invokeMethod(
+        m_files, [files = m_files] { files->start(); }, Qt::QueuedConnection);
+    m_monitor->start();
+    m_spotlight->start();
+    m_context->start();
+    m_browser->start();
+}
+
+void Sensors::stop() {
+    if (!m_running)
+        return;
+    m_running = false;
+    m_monitor->stop();
+    m_spotlight->stop();
+    m_context->stop();
+    m_browser->stop();
+    // The monitor's last session was posted to the store: record it now.
+    QCoreApplication::sendPostedEvents(&m_store);
+}
