@@ -1,0 +1,52 @@
+#!/usr/bin/env bash
+# Memory and CPU of the tray app beside Workrave (another tray app that watches input all
+# day), both on one private X server with a window manager and a system tray, on a private
+# session bus, for a fresh user.
+#
+#   bench/tray_footprint.sh [BUILD_DIR] [IDLE_MINUTES]
+#
+# Prints resident memory after start-up (dashboard never opened), after opening and closing
+# the dashboard, and the CPU seconds each process used over IDLE_MINUTES (default 10).
+set -euo pipefail
+build=$(cd "${1:-build}" && pwd)
+minutes=${2:-10}
+work=$(mktemp -d)
+trap 'kill $(jobs -p) 2>/dev/null; rm -rf "$work"' EXIT
+
+export HOME=$work/home XDG_DATA_HOME=$work/home/.local/share XDG_CONFIG_HOME=$work/home/.config
+export XDG_CACHE_HOME=$work/home/.cache XDG_RUNTIME_DIR=$work/runtime
+mkdir -p "$HOME" "$XDG_RUNTIME_DIR" && chmod 700 "$XDG_RUNTIME_DIR"
+"$build/src/mindmeter" defaults write mindmeter.hasLaunchedBefore -bool true
+
+Xvfb -displayfd 3 -screen 0 1280x800x24 -nolisten tcp 3>"$work/display" 2>/dev/null &
+for _ in $(seq 50); do [ -s "$work/display" ] && break; sleep 0.1; done
+export DISPLAY=":$(cat "$work/display")"
+
+rss() { awk '/^VmRSS/ {printf "%.1f", $2 / 1024}' "/proc/$1/status"; }
+cpu() { awk -v hz="$(getconf CLK_TCK)" '{printf "%.2f", ($14 + $15) / hz}' "/proc/$1/stat"; }
+
+export -f rss cpu
+export build minutes work
+dbus-run-session -- bash -c '
+    openbox --sm-disable >/dev/null 2>&1 &
+    sleep 1
+    trayer --edge top --align right --widthtype pixel --width 200 --height 24 >/dev/null 2>&1 &
+    sleep 1
+    workrave >/dev/null 2>&1 &
+    workrave=$!
+    "$build/src/mindmeter" >"$work/mindmeter.log" 2>&1 &
+    mindmeter=$!
+    sleep 20
+    echo "start-up, dashboard never opened: mindmeter $(rss $mindmeter) MiB, workrave $(rss $workrave) MiB"
+    "$build/src/mindmeter" >/dev/null 2>&1   # a second start shows the dashboard
+    sleep 3
+    xdotool search --sync --name "^Mindmeter$" windowunmap >/dev/null 2>&1 || true
+    sleep 3
+    echo "after opening and closing the dashboard: mindmeter $(rss $mindmeter) MiB"
+    m0=$(cpu $mindmeter); w0=$(cpu $workrave)
+    sleep $((minutes * 60))
+    m1=$(cpu $mindmeter); w1=$(cpu $workrave)
+    echo "CPU over $minutes idle minutes: mindmeter $(echo "$m1 - $m0" | bc) s, workrave $(echo "$w1 - $w0" | bc) s"
+    echo "mindmeter $(rss $mindmeter) MiB, workrave $(rss $workrave) MiB at the end"
+    grep -v "^$" "$work/mindmeter.log" | head -5
+'
