@@ -17,8 +17,9 @@ packages=(
     # Tests: time-zone rules for the daylight-saving cases; an X server, a window manager,
     # windows and input for the desktop tests
     tzdata xvfb openbox xdotool xterm x11-utils qml6-module-qttest
-    # Tests: a private session bus for the desktop-notification tests
-    dbus-daemon
+    # Tests: a private session bus for the desktop-notification and status-item tests; QtSvg to
+    # render the status item's icon files; an XEmbed system tray for the tray-icon fallback
+    dbus-daemon qt6-svg-dev trayer
 )
 
 missing=()
