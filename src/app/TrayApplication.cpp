@@ -59,7 +59,9 @@ int TrayApplication::run(int argc, char* argv[]) {
     }
 
     QString why;
-    std::unique_ptr<StatusItem> statusItem = createStatusItem(&why);
+    const StatusIconGlyph glyph{Symbols().fontFamily(),
+                                char32_t(Symbols::table().value(QStringLiteral("brain.head.profile")))};
+    std::unique_ptr<StatusItem> statusItem = createStatusItem(glyph, &why);
     if (!statusItem)
         std::fprintf(stderr, "mindmeter: %s; the dashboard opens as a window instead\n",
                      qPrintable(why));

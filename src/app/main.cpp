@@ -1,5 +1,6 @@
 #include "CommandLine.h"
 #include "SnapshotMode.h"
+#include "TrayApplication.h"
 
 #include "platform/Clock.h"
 
@@ -13,13 +14,13 @@ int main(int argc, char* argv[])
         if (qstrcmp(argv[i], "--snapshot") == 0)
             return SnapshotMode::run(argc, argv, QString::fromLocal8Bit(argv[i + 1]));
 
+    // No verb: the tray application.
+    if (argc == 1)
+        return TrayApplication::run(argc, argv);
+
     QCoreApplication app(argc, argv);
     QCoreApplication::setApplicationName(QStringLiteral("mindmeter"));
     const QStringList args = QCoreApplication::arguments().mid(1);
     CommandLine cli(Clock::system(), stdout, stderr);
-    if (args.isEmpty()) {
-        std::fputs(CommandLine::usage().toUtf8().constData(), stdout);
-        return 0;
-    }
     return cli.run(args);
 }
