@@ -42,6 +42,8 @@ public:
     }
 
     QDBusConnection connect() { return connectTo(m_address); }
+    // For other processes: their DBUS_SESSION_BUS_ADDRESS.
+    QString address() const { return m_address; }
     // A connection to where no bus listens: never connected.
     QDBusConnection connectNowhere() { return connectTo(QStringLiteral("unix:path=/nonexistent")); }
 

@@ -1,0 +1,197 @@
+// The tray application as a user meets it, on a private X server (see
+// support/run-with-xvfb.sh) with a private session bus and a status-notifier host written
+// for the test: it registers, its label follows the day, a click opens the dashboard, and
+// Quit from its menu stores the day and ends it.
+
+#include "PrivateSessionBus.h"
+#include "X11Windows.h"
+
+#include <QDBusArgument>
+#include <QDBusConnection>
+#include <QDBusInterface>
+#include <QDBusReply>
+#include <QDBusVariant>
+#include <QDir>
+#include <QGuiApplication>
+#include <QImage>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QProcess>
+#include <QRect>
+#include <QScreen>
+#include <QSet>
+#include <QTemporaryDir>
+#include <QTest>
+
+namespace {
+
+class TestWatcher : public QObject {
+    Q_OBJECT
+    Q_CLASSINFO("D-Bus Interface", "org.kde.StatusNotifierWatcher")
+    Q_PROPERTY(bool IsStatusNotifierHostRegistered READ hostRegistered)
+public:
+    QStringList registrations;
+    bool hostRegistered() const { return true; }
+public slots:
+    void RegisterStatusNotifierItem(const QString& service) { registrations << service; }
+signals:
+    void StatusNotifierHostRegistered();
+};
+
+// The menu's top-level items as (id, label, type).
+QList<std::tuple<int, QString, QString>> menuItems(const QDBusMessage& reply) {
+    QList<std::tuple<int, QString, QString>> items;
+    const QDBusArgument layout = reply.arguments().at(1).value<QDBusArgument>();
+    layout.beginStructure();
+    int id = 0;
+    QVariantMap properties;
+    layout >> id >> properties;
+    layout.beginArray();
+    while (!layout.atEnd()) {
+        QDBusVariant child;
+        layout >> child;
+        const QDBusArgument node = child.variant().value<QDBusArgument>();
+        node.beginStructure();
+        int childId = 0;
+        QVariantMap childProperties;
+        node >> childId >> childProperties;
+        node.endStructure();
+        items.append({childId, childProperties.value("label").toString(),
+                      childProperties.value("type").toString()});
+    }
+    layout.endArray();
+    layout.endStructure();
+    return items;
+}
+
+} // namespace
+
+class TrayAppTest : public QObject {
+    Q_OBJECT
+private slots:
+    void aDayInThePanel();
+};
+
+void TrayAppTest::aDayInThePanel() {
+    PrivateSessionBus bus;
+    QCOMPARE(bus.start(), QString());
+    QDBusConnection connection = bus.connect();
+    TestWatcher watcher;
+    QVERIFY(connection.registerObject("/StatusNotifierWatcher", &watcher,
+                                      QDBusConnection::ExportAllContents));
+    QVERIFY(connection.registerService("org.kde.StatusNotifierWatcher"));
+
+    QTemporaryDir home;
+    QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+    env.insert("HOME", home.path());
+    env.insert("XDG_DATA_HOME", home.filePath(".local/share"));
+    env.insert("XDG_CONFIG_HOME", home.filePath(".config"));
+    env.insert("XDG_CACHE_HOME", home.filePath(".cache"));
+    env.insert("XDG_RUNTIME_DIR", home.filePath("run"));
+    QDir().mkpath(home.filePath("run"));
+    env.insert("DBUS_SESSION_BUS_ADDRESS", bus.address());
+    env.insert("MINDMETER_TICK_MS", "50"); // each tick still counts ten seconds
+    env.insert("TZ", "UTC");
+
+    X11Windows windows;
+    const quint32 terminal = windows.openTerminal("xterm", "XTerm");
+    QVERIFY(terminal);
+    X11Windows::activate(terminal);
+    X11Windows::moveMouse(40, 40);
+
+    QProcess app;
+    app.setProcessEnvironment(env);
+    app.setProcessChannelMode(QProcess::ForwardedErrorChannel);
+    app.start(MINDMETER_EXECUTABLE, {});
+    QVERIFY(app.waitForStarted());
+    QTRY_VERIFY_WITH_TIMEOUT(!watcher.registrations.isEmpty(), 15000);
+    const QString service = watcher.registrations.first();
+    QDBusInterface properties(service, "/StatusNotifierItem", "org.freedesktop.DBus.Properties",
+                              connection);
+    const auto label = [&] {
+        QDBusReply<QDBusVariant> r =
+            properties.call("Get", "org.kde.StatusNotifierItem", "XAyatanaLabel");
+        return r.isValid() ? r.value().variant().toString() : QString();
+    };
+
+    // The terminal in front earns reasoning tokens: the label's count grows and shows the
+    // kind of work.
+    QTRY_VERIFY_WITH_TIMEOUT(label().trimmed().section(' ', 0, 0).toInt() >= 24, 20000);
+    QVERIFY2(label().contains(QChar(0x26A1)), qPrintable(label()));
+
+    // The first launch opened the welcome page; "Get Started" turns it into the dashboard and
+    // is remembered.
+    const auto popoverShown = [] {
+        return !X11Windows::xdotool({"search", "--onlyvisible", "--name", "^Mindmeter$"})
+                    .trimmed()
+                    .isEmpty();
+    };
+    const auto popoverGeometry = [] {
+        const QString g = X11Windows::xdotool(
+            {"search", "--onlyvisible", "--name", "^Mindmeter$", "getwindowgeometry", "--shell"});
+        return QRect(g.section("X=", 1).section('\n', 0, 0).toInt(),
+                     g.section("Y=", 1).section('\n', 0, 0).toInt(),
+                     g.section("WIDTH=", 1).section('\n', 0, 0).toInt(),
+                     g.section("HEIGHT=", 1).section('\n', 0, 0).toInt());
+    };
+    QTRY_VERIFY_WITH_TIMEOUT(popoverShown(), 10000);
+    QTest::qWait(300);
+    const QRect welcome = popoverGeometry();
+    QCOMPARE(welcome.size(), QSize(380, 460));
+    X11Windows::xdotool({"mousemove", QString::number(welcome.x() + 190),
+                         QString::number(welcome.y() + 421), "click", "1"});
+    const auto launchedBefore = [&] {
+        QProcess read;
+        read.setProcessEnvironment(env);
+        read.start(MINDMETER_EXECUTABLE, {"defaults", "read", "mindmeter.hasLaunchedBefore"});
+        read.waitForFinished(10000);
+        return read.readAllStandardOutput().trimmed();
+    };
+    QTRY_COMPARE(launchedBefore(), QByteArray("1"));
+
+    // A click on the icon closes the dashboard; another opens it again.
+    QDBusInterface item(service, "/StatusNotifierItem", "org.kde.StatusNotifierItem", connection);
+    item.call("Activate", 1200, 8);
+    QTRY_VERIFY(!popoverShown());
+    item.call("Activate", 1200, 8);
+    QTRY_VERIFY(popoverShown());
+    QTest::qWait(500);
+
+    // What the screen shows, kept for people to look at.
+    const QString shot = QDir(QCoreApplication::applicationDirPath()).filePath("tray-popover.png");
+    const QImage screen = QGuiApplication::primaryScreen()->grabWindow(0).toImage();
+    QVERIFY(screen.save(shot));
+    const QRect popover = popoverGeometry();
+    QCOMPARE(popover.size(), QSize(380, 460));
+    QVERIFY(popover.top() > 8); // below the icon, which the host placed at the top
+    QSet<QRgb> colours;
+    for (int dy = 0; dy < 460; dy += 5)
+        for (int dx = 0; dx < 380; dx += 5)
+            colours.insert(screen.pixel(qBound(0, popover.x() + dx, screen.width() - 1),
+                                        qBound(0, popover.y() + dy, screen.height() - 1)));
+    QVERIFY2(colours.size() > 20, "the dashboard is drawn"); // not a blank rectangle
+
+    // Quit from the menu: the day is stored and the app ends.
+    QDBusInterface menu(service, "/MenuBar", "com.canonical.dbusmenu", connection);
+    const QDBusMessage layout = menu.call("GetLayout", 0, -1, QStringList());
+    const auto items = menuItems(layout);
+    QVERIFY(!items.isEmpty());
+    QCOMPARE(std::get<1>(items.first()), QString("Mindmeter v1.4.5 \u00b7 2026-05-30"));
+    QCOMPARE(std::get<1>(items.last()), QString("Quit"));
+    menu.call("Event", std::get<0>(items.last()), "clicked",
+              QVariant::fromValue(QDBusVariant(QString())), uint(0));
+    QVERIFY(app.waitForFinished(15000));
+    QCOMPARE(app.exitStatus(), QProcess::NormalExit);
+    QCOMPARE(app.exitCode(), 0);
+
+    QProcess status;
+    status.setProcessEnvironment(env);
+    status.start(MINDMETER_EXECUTABLE, {"status", "--json"});
+    QVERIFY(status.waitForFinished(30000));
+    const QJsonObject today = QJsonDocument::fromJson(status.readAllStandardOutput()).object();
+    QVERIFY(today["totalWeighted"].toInteger() >= 24);
+    QVERIFY(today["tokensByType"].toObject().contains("reasoning"));
+}
+
+QTEST_MAIN(TrayAppTest)
+#include "tst_trayapp.moc"
