@@ -25,8 +25,15 @@ export DISPLAY=":$(cat "$work/display")"
 rss() { awk '/^VmRSS/ {printf "%.1f", $2 / 1024}' "/proc/$1/status"; }
 cpu() { awk -v hz="$(getconf CLK_TCK)" '{printf "%.2f", ($14 + $15) / hz}' "/proc/$1/stat"; }
 
-export -f rss cpu
-export build minutes work
+# Resident memory by mapping, largest first (set SMAPS=1 to print it after start-up).
+breakdown() {
+    awk '/^[0-9a-f]/ {name = $6} /^Rss/ {rss[name] += $2}
+         END {for (n in rss) if (rss[n] > 500) printf "%6d KiB %s\n", rss[n], n}' \
+        "/proc/$1/smaps" | sort -rn | head -20
+}
+
+export -f rss cpu breakdown
+export build minutes work SMAPS
 dbus-run-session -- bash -c '
     openbox --sm-disable >/dev/null 2>&1 &
     sleep 1
@@ -38,6 +45,7 @@ dbus-run-session -- bash -c '
     mindmeter=$!
     sleep 20
     echo "start-up, dashboard never opened: mindmeter $(rss $mindmeter) MiB, workrave $(rss $workrave) MiB"
+    if [ -n "${SMAPS:-}" ]; then breakdown $mindmeter; fi
     "$build/src/mindmeter" >/dev/null 2>&1   # a second start shows the dashboard
     sleep 3
     xdotool search --sync --name "^Mindmeter$" windowunmap >/dev/null 2>&1 || true

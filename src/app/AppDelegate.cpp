@@ -1,13 +1,12 @@
 #include "AppDelegate.h"
 
 #include "Alerts.h"
-#include "PopoverWindow.h"
+#include "DashboardWindows.h"
 #include "PreferencesActions.h"
-#include "PreferencesWindow.h"
 #include "Sensors.h"
 #include "StatusMenu.h"
 #include "StatusPresenter.h"
-#include "ViewHost.h"
+#include "UiLibrary.h"
 
 #include "model/AppEvents.h"
 #include "model/AppPreferences.h"
@@ -70,27 +69,22 @@ bool AppDelegate::applicationDidFinishLaunching(std::unique_ptr<StatusItem> stat
         m_alerts->manager().scheduleEndOfDayDigest(m_store->totalWeighted());
     });
 
-    // The windows; their QML is loaded on first use.
-    m_views = std::make_unique<ViewHost>();
-    const QVariantMap models{
-        {QStringLiteral("store"), QVariant::fromValue(m_store.get())},
-        {QStringLiteral("monitor"), QVariant::fromValue(&m_sensors->monitor())},
-        {QStringLiteral("context"), QVariant::fromValue(&m_sensors->context())},
-        {QStringLiteral("spotlight"), QVariant::fromValue(&m_sensors->spotlight())},
-        {QStringLiteral("checker"), QVariant::fromValue(m_updates.get())},
-        {QStringLiteral("exporter"), QVariant::fromValue(m_export.get())},
-        {QStringLiteral("preferences"), QVariant::fromValue(m_preferences.get())},
-        {QStringLiteral("events"), QVariant::fromValue(m_events.get())},
+    // The windows: their library, and Qt Quick with it, is loaded on first use.
+    m_popoverModels = {
+        {QStringLiteral("store"), QVariant::fromValue<QObject*>(m_store.get())},
+        {QStringLiteral("monitor"), QVariant::fromValue<QObject*>(&m_sensors->monitor())},
+        {QStringLiteral("context"), QVariant::fromValue<QObject*>(&m_sensors->context())},
+        {QStringLiteral("spotlight"), QVariant::fromValue<QObject*>(&m_sensors->spotlight())},
+        {QStringLiteral("checker"), QVariant::fromValue<QObject*>(m_updates.get())},
+        {QStringLiteral("exporter"), QVariant::fromValue<QObject*>(m_export.get())},
+        {QStringLiteral("preferences"), QVariant::fromValue<QObject*>(m_preferences.get())},
+        {QStringLiteral("events"), QVariant::fromValue<QObject*>(m_events.get())},
     };
-    m_popover = std::make_unique<PopoverWindow>(*m_views, models,
-                                                statusItem ? PopoverWindow::Style::popover
-                                                           : PopoverWindow::Style::ordinaryWindow);
-    m_preferencesWindow = std::make_unique<PreferencesWindow>(
-        *m_views,
-        QVariantMap{{QStringLiteral("preferences"), QVariant::fromValue(m_preferences.get())},
-                    {QStringLiteral("actions"), QVariant::fromValue(m_preferencesActions.get())}});
-    connect(m_preferencesWindow.get(), &PreferencesWindow::shown, m_preferencesActions.get(),
-            &PreferencesActions::syncLoginItem);
+    m_preferencesModels = {
+        {QStringLiteral("preferences"), QVariant::fromValue<QObject*>(m_preferences.get())},
+        {QStringLiteral("actions"), QVariant::fromValue<QObject*>(m_preferencesActions.get())},
+    };
+    m_ordinaryWindow = !statusItem;
 
     // The status item: title and icon follow the day; a click toggles the dashboard; the
     // menu asks for a fresh update check each time it opens.
@@ -123,7 +117,7 @@ bool AppDelegate::applicationDidFinishLaunching(std::unique_ptr<StatusItem> stat
 
     if (!m_statusItem) {
         // Nothing to click in a panel: the dashboard is the window.
-        m_popover->show();
+        showPopover();
     } else if (!AppPreferences::hasLaunched(m_defaults)) {
         QTimer::singleShot(m_options.firstLaunchDelayMs, this, [this] { togglePopover(); });
     }
@@ -158,12 +152,33 @@ void AppDelegate::refreshMenu() {
         m_statusItem->setMenu(menuItems());
 }
 
+DashboardWindows* AppDelegate::windows() {
+    if (!m_windows && !m_windowsFailed) {
+        QString error;
+        const CreateDashboardWindows create = UiLibrary::createDashboardWindows(&error);
+        if (create)
+            m_windows.reset(create(m_popoverModels, m_preferencesModels, m_ordinaryWindow, &error));
+        if (!error.isEmpty())
+            qCWarning(lcApp) << "the dashboard:" << error;
+        m_windowsFailed = !m_windows;
+    }
+    return m_windows.get();
+}
+
 void AppDelegate::togglePopover(QPoint anchor) {
-    m_popover->toggle(anchor);
+    if (DashboardWindows* w = windows())
+        w->togglePopover(anchor);
+}
+
+void AppDelegate::showPopover() {
+    if (DashboardWindows* w = windows())
+        w->showPopover({});
 }
 
 void AppDelegate::showPreferences() {
-    m_preferencesWindow->show();
+    m_preferencesActions->syncLoginItem(); // shows what is really set up, each time
+    if (DashboardWindows* w = windows())
+        w->showPreferences();
 }
 
 void AppDelegate::openUpdatePage() {

@@ -5,6 +5,7 @@
 #include <QObject>
 #include <QPoint>
 #include <QTimer>
+#include <QVariantMap>
 
 #include <memory>
 
@@ -17,14 +18,12 @@ class DialogFileChooser;
 class ExportManager;
 class Sensors;
 class LoginItem;
-class PopoverWindow;
+class DashboardWindows;
 class PreferencesActions;
 class PreferencesModel;
-class PreferencesWindow;
 class SqliteDefaults;
 class StatusPresenter;
 class UpdateChecker;
-class ViewHost;
 class Clock;
 
 // The running application: makes the day store's sensors, services and windows, puts the
@@ -54,10 +53,10 @@ public:
     QList<StatusMenuItem> menuItems();
 
     DayStore& store() const { return *m_store; }
-    PopoverWindow& popover() const { return *m_popover; }
 
 public slots:
     void togglePopover(QPoint anchor = {});
+    void showPopover();
     void showPreferences();
     void openUpdatePage();
     void copyExportSummary();
@@ -69,6 +68,8 @@ public slots:
 
 private:
     void refreshMenu();
+    // The windows, made (and the UI library loaded) on first use; null if it cannot load.
+    DashboardWindows* windows();
 
     SqliteDefaults& m_defaults;
     const Clock& m_clock;
@@ -91,8 +92,10 @@ private:
 
     std::unique_ptr<StatusItem> m_statusItem;
     std::unique_ptr<StatusPresenter> m_presenter;
-    std::unique_ptr<ViewHost> m_views;
-    std::unique_ptr<PopoverWindow> m_popover;
-    std::unique_ptr<PreferencesWindow> m_preferencesWindow;
+    QVariantMap m_popoverModels;
+    QVariantMap m_preferencesModels;
+    bool m_ordinaryWindow = false;
+    std::unique_ptr<DashboardWindows> m_windows;
+    bool m_windowsFailed = false;
     bool m_started = false;
 };

@@ -18,14 +18,11 @@
 #include <QPalette>
 #include <QQmlComponent>
 #include <QQmlEngine>
-#include <QQmlExtensionPlugin>
 #include <QQuickItem>
 #include <QQuickStyle>
 #include <QQuickWindow>
 
 #include <cstdio>
-
-Q_IMPORT_QML_PLUGIN(MindmeterPlugin)
 
 namespace {
 

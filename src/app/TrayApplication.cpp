@@ -1,7 +1,6 @@
 #include "TrayApplication.h"
 
 #include "AppDelegate.h"
-#include "PopoverWindow.h"
 #include "SingleInstance.h"
 #include "TrackingLock.h"
 #include "UnixSignalWatcher.h"
@@ -9,37 +8,36 @@
 #include "platform/Clock.h"
 #include "platform/linux/StatusItemFactory.h"
 #include "store/SqliteDefaults.h"
-#include "views/Symbols.h"
+#include "views/IconFont.h"
 
 #include <QApplication>
 #include <QFileInfo>
-#include <QQmlExtensionPlugin>
-#include <QQuickStyle>
-#include <QQuickWindow>
+#include <QTimer>
 
 #include <csignal>
 #include <cstdio>
-
-Q_IMPORT_QML_PLUGIN(MindmeterPlugin)
+#include <malloc.h>
 
 int TrayApplication::run(int argc, char* argv[]) {
     // The software renderer keeps the dashboard's memory small and needs no GPU driver; a
-    // panel of cards gains nothing from hardware rendering.
+    // panel of cards gains nothing from hardware rendering. Chosen through the environment so
+    // Qt Quick is not touched before the dashboard is first opened.
     if (!qEnvironmentVariableIsSet("QT_QUICK_BACKEND"))
-        QQuickWindow::setGraphicsApi(QSGRendererInterface::Software);
+        qputenv("QT_QUICK_BACKEND", "software");
+    if (!qEnvironmentVariableIsSet("QT_QUICK_CONTROLS_STYLE"))
+        qputenv("QT_QUICK_CONTROLS_STYLE", "Fusion");
     QApplication app(argc, argv);
     QApplication::setApplicationName(QStringLiteral("mindmeter"));
     QApplication::setApplicationDisplayName(QStringLiteral("Mindmeter"));
     QGuiApplication::setDesktopFileName(QStringLiteral("com.mindmeter.Mindmeter"));
     QApplication::setQuitOnLastWindowClosed(false);
-    QQuickStyle::setStyle(QStringLiteral("Fusion"));
 
     SingleInstance instance;
     if (!instance.claim()) {
         std::fprintf(stderr, "mindmeter: already running; showing its dashboard\n");
         return 0;
     }
-    if (!Symbols::loadFont())
+    if (!IconFont::load())
         std::fprintf(stderr, "mindmeter: the icon font (Material Icons) is not installed; "
                              "symbols will not show\n");
 
@@ -59,8 +57,7 @@ int TrayApplication::run(int argc, char* argv[]) {
     }
 
     QString why;
-    const StatusIconGlyph glyph{Symbols().fontFamily(),
-                                char32_t(Symbols::table().value(QStringLiteral("brain.head.profile")))};
+    const StatusIconGlyph glyph{IconFont::family(), IconFont::brainCodePoint};
     std::unique_ptr<StatusItem> statusItem = createStatusItem(glyph, &why);
     if (!statusItem)
         std::fprintf(stderr, "mindmeter: %s; the dashboard opens as a window instead\n",
@@ -75,12 +72,14 @@ int TrayApplication::run(int argc, char* argv[]) {
         return 1;
     }
     QObject::connect(&instance, &SingleInstance::showRequested, &delegate,
-                     [&delegate] { delegate.popover().show(); });
+                     &AppDelegate::showPopover);
 
     // Logging out, `kill`, Ctrl-C: stop in order so the last minute is stored.
     UnixSignalWatcher stopSignals({SIGINT, SIGTERM, SIGHUP});
     QObject::connect(&stopSignals, &UnixSignalWatcher::received, &app, &QCoreApplication::quit);
     QObject::connect(&app, &QCoreApplication::aboutToQuit, &delegate,
                      &AppDelegate::applicationWillTerminate);
+    // Start-up leaves freed heap behind; hand it back once everything has settled.
+    QTimer::singleShot(5000, [] { malloc_trim(0); });
     return QApplication::exec();
 }

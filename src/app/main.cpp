@@ -1,18 +1,27 @@
 #include "CommandLine.h"
-#include "SnapshotMode.h"
 #include "TrayApplication.h"
+#include "UiLibrary.h"
 
 #include "platform/Clock.h"
 
 #include <QCoreApplication>
 
-int main(int argc, char* argv[])
-{
+#include <cstdio>
+
+int main(int argc, char* argv[]) {
     // The snapshot mode renders views and needs a GUI application; every other verb runs
     // without one.
-    for (int i = 1; i + 1 < argc; ++i)
-        if (qstrcmp(argv[i], "--snapshot") == 0)
-            return SnapshotMode::run(argc, argv, QString::fromLocal8Bit(argv[i + 1]));
+    for (int i = 1; i + 1 < argc; ++i) {
+        if (qstrcmp(argv[i], "--snapshot") == 0) {
+            QString error;
+            const RunSnapshot snapshot = UiLibrary::runSnapshot(&error);
+            if (!snapshot) {
+                std::fprintf(stderr, "mindmeter: cannot load the views: %s\n", qPrintable(error));
+                return 1;
+            }
+            return snapshot(argc, argv, argv[i + 1]);
+        }
+    }
 
     // No verb: the tray application.
     if (argc == 1)

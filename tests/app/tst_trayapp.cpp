@@ -20,10 +20,41 @@
 #include <QRect>
 #include <QScreen>
 #include <QSet>
+#include <QTcpServer>
+#include <QTcpSocket>
 #include <QTemporaryDir>
 #include <QTest>
 
 namespace {
+
+// The vendor's site, on loopback: answers every manifest request with a newer version.
+class ManifestServer : public QObject {
+public:
+    ManifestServer()
+    {
+        m_server.listen(QHostAddress::LocalHost);
+        connect(&m_server, &QTcpServer::newConnection, this, [this] {
+            while (QTcpSocket* socket = m_server.nextPendingConnection()) {
+                connect(socket, &QTcpSocket::readyRead, socket, [this, socket] {
+                    if (!socket->readAll().startsWith("GET /version.json"))
+                        return;
+                    ++requests;
+                    const QByteArray body = R"({"version": "9.9.9"})";
+                    socket->write("HTTP/1.1 200 OK\r\nContent-Type: application/json\r\n"
+                                  "Content-Length: " + QByteArray::number(body.size()) +
+                                  "\r\nConnection: close\r\n\r\n" + body);
+                    socket->disconnectFromHost();
+                });
+                connect(socket, &QTcpSocket::disconnected, socket, &QObject::deleteLater);
+            }
+        });
+    }
+    QString url() const { return QStringLiteral("http://127.0.0.1:%1").arg(m_server.serverPort()); }
+    int requests = 0;
+
+private:
+    QTcpServer m_server;
+};
 
 class TestWatcher : public QObject {
     Q_OBJECT
@@ -92,6 +123,8 @@ void TrayAppTest::aDayInThePanel() {
     env.insert("DBUS_SESSION_BUS_ADDRESS", bus.address());
     env.insert("MINDMETER_TICK_MS", "50"); // each tick still counts ten seconds
     env.insert("TZ", "UTC");
+    ManifestServer site;
+    env.insert("MINDMETER_VENDOR_URL", site.url());
 
     X11Windows windows;
     const quint32 terminal = windows.openTerminal("xterm", "XTerm");
@@ -171,10 +204,23 @@ void TrayAppTest::aDayInThePanel() {
                                         qBound(0, popover.y() + dy, screen.height() - 1)));
     QVERIFY2(colours.size() > 20, "the dashboard is drawn"); // not a blank rectangle
 
-    // Quit from the menu: the day is stored and the app ends.
+    // The update check ran at start and found a newer version: the menu offers it. Opening
+    // the menu asks again.
+    QTRY_VERIFY(site.requests >= 1);
     QDBusInterface menu(service, "/MenuBar", "com.canonical.dbusmenu", connection);
-    const QDBusMessage layout = menu.call("GetLayout", 0, -1, QStringList());
-    const auto items = menuItems(layout);
+    const auto labels = [&] {
+        QStringList l;
+        for (const auto& item : menuItems(menu.call("GetLayout", 0, -1, QStringList())))
+            l << (std::get<2>(item) == "separator" ? QString("-") : std::get<1>(item));
+        return l;
+    };
+    QTRY_COMPARE(labels().value(2), QString("\u2b06 Update available \u2014 v9.9.9"));
+    const int checks = site.requests;
+    menu.call("AboutToShow", 0);
+    QTRY_COMPARE(site.requests, checks + 1);
+
+    // Quit from the menu: the day is stored and the app ends.
+    const auto items = menuItems(menu.call("GetLayout", 0, -1, QStringList()));
     QVERIFY(!items.isEmpty());
     QCOMPARE(std::get<1>(items.first()), QString("Mindmeter v1.4.5 \u00b7 2026-05-30"));
     QCOMPARE(std::get<1>(items.last()), QString("Quit"));

@@ -1,0 +1,29 @@
+#pragma once
+
+#include <QPoint>
+#include <QString>
+#include <QVariantMap>
+
+// The dashboard and the preferences, as the tray app sees them. They live in the UI
+// library (Qt Quick and the views), which is loaded the first time a window is wanted, so a
+// tray app whose dashboard stays closed never pays for Qt Quick.
+class DashboardWindows {
+public:
+    virtual ~DashboardWindows() = default;
+
+    virtual void togglePopover(QPoint anchor) = 0;
+    virtual void showPopover(QPoint anchor) = 0;
+    virtual bool isPopoverVisible() const = 0;
+    virtual void showPreferences() = 0;
+};
+
+// What the UI library offers, by name.
+extern "C" {
+// popoverModels: store, monitor, context, spotlight, checker, exporter, preferences, events;
+// preferencesModels: preferences, actions. ordinaryWindow: no panel to anchor the dashboard.
+using CreateDashboardWindows = DashboardWindows* (*)(const QVariantMap& popoverModels,
+                                                     const QVariantMap& preferencesModels,
+                                                     bool ordinaryWindow, QString* error);
+// `mindmeter --snapshot DIR`, run inside an application the library makes itself.
+using RunSnapshot = int (*)(int argc, char* argv[], const char* directory);
+}
