@@ -21,6 +21,9 @@ packages=(
     # Tests: a private session bus for the desktop-notification tests; real repositories
     # for the repository monitor
     dbus-daemon git
+    # The Debian package (dpkg-shlibdeps), and the validators the packaging tests run on the
+    # installed files: menu entry, metainfo, man page, user unit
+    dpkg-dev desktop-file-utils appstream groff-base systemd
 )
 
 missing=()
