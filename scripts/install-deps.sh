@@ -22,6 +22,9 @@ packages=(
     # repositories for the repository monitor; QtSvg to render the status item's icon files;
     # an XEmbed system tray for the tray-icon fallback
     dbus-daemon git qt6-svg-dev trayer
+    # The Debian package (dpkg-shlibdeps), and the validators the packaging tests run on the
+    # installed files: menu entry, metainfo, man page, user unit
+    dpkg-dev desktop-file-utils appstream groff-base systemd
 )
 
 missing=()

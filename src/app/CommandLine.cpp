@@ -1,5 +1,7 @@
 #include "CommandLine.h"
 
+#include "StatusLine.h"
+
 #include "model/AppPreferences.h"
 #include "model/AppVersion.h"
 #include "model/Format.h"
@@ -19,12 +21,11 @@
 
 namespace {
 
-const QStringList verbs = {QStringLiteral("defaults"),  QStringLiteral("status"),
-                           QStringLiteral("history"),   QStringLiteral("export"),
-                           QStringLiteral("summary"),   QStringLiteral("update"),
-                           QStringLiteral("track"),     QStringLiteral("help"),
-                           QStringLiteral("--help"),    QStringLiteral("-h"),
-                           QStringLiteral("--version")};
+const QStringList verbs = {
+    QStringLiteral("defaults"), QStringLiteral("status"),   QStringLiteral("history"),
+    QStringLiteral("export"),   QStringLiteral("summary"),  QStringLiteral("update"),
+    QStringLiteral("track"),    QStringLiteral("help"),     QStringLiteral("--help"),
+    QStringLiteral("-h"),       QStringLiteral("--version")};
 
 QString printableValue(const QVariant& v) {
     if (v.typeId() == QMetaType::QByteArray)
@@ -75,20 +76,19 @@ QString CommandLine::usage() {
     return QStringLiteral(
         "Usage: mindmeter [VERB [ARGS...]]\n"
         "\n"
-        "Verbs:\n"
-        "  status [--json]                   today's load: total, split by kind, saturation\n"
-        "  history [--json] [--days N]       the day-by-day history, newest first (N <= 90)\n"
-        "  export --csv PATH                 the history as CSV (PATH - for standard output)\n"
-        "  summary                           today's summary as Markdown\n"
-        "  update --check [--json]           ask the vendor's site for the latest version\n"
-        "  defaults read [KEY]               print one setting, or all of them\n"
-        "  defaults write KEY TYPE VALUE     store a setting; TYPE is -int, -float, -bool,\n"
-        "                                    -string or -data-file (PATH, or - for stdin)\n"
-        "  defaults delete KEY               remove a setting\n"
-        "  track [--tick-ms N]               follow the front application and record sessions\n"
-        "                                    until stopped; N shortens the tick (each tick\n"
-        "                                    still counts as ten seconds)\n"
-        "  help                              this text\n"
+        "Without a verb, mindmeter starts the tray app. Verbs (details in mindmeter(1)):\n"
+        "  status [--json | --format F]  today's load; F is text, json, plain or waybar\n"
+        "  history [--json] [--days N]   the day-by-day history, newest first (N <= 90)\n"
+        "  export --csv PATH             the history as CSV (PATH - for standard output)\n"
+        "  summary                       today's summary as Markdown\n"
+        "  update --check [--json]       ask the vendor's site for the latest version\n"
+        "  defaults read [KEY]           print one setting, or all of them\n"
+        "  defaults write KEY -T VALUE   store; -T: -int -float -bool -string -data-file\n"
+        "  defaults delete KEY           remove a setting\n"
+        "  track [--tick-ms N]           record sessions without the tray until stopped\n"
+        "  help, --help                  this text\n"
+        "  --version                     the version\n"
+        "  --snapshot DIR                render the dashboard from demo data into DIR\n"
         "\n"
         "Data lives in $XDG_DATA_HOME/mindmeter/mindmeter.sqlite3.\n");
 }
@@ -304,23 +304,43 @@ int CommandLine::defaults(const QStringList& args) {
 // --- status and history ------------------------------------------------------------------
 
 int CommandLine::status(const QStringList& args) {
-    bool json = false;
-    for (const QString& a : args) {
-        if (a == QLatin1String("--json"))
-            json = true;
-        else
-            return usageError(QStringLiteral("status does not take '%1'").arg(a));
+    static const QStringList formats = {QStringLiteral("text"), QStringLiteral("json"),
+                                        QStringLiteral("plain"), QStringLiteral("waybar")};
+    QString format;
+    for (qsizetype i = 0; i < args.size(); ++i) {
+        QString chosen;
+        if (args[i] == QLatin1String("--json")) {
+            chosen = QStringLiteral("json");
+        } else if (args[i] == QLatin1String("--format")) {
+            if (i + 1 >= args.size() || !formats.contains(args[i + 1]))
+                return usageError(
+                    QStringLiteral("--format takes %1").arg(formats.join(QStringLiteral(", "))));
+            chosen = args[++i];
+        } else {
+            return usageError(QStringLiteral("status does not take '%1'").arg(args[i]));
+        }
+        if (!format.isEmpty() && format != chosen)
+            return usageError(QStringLiteral("status takes one output format"));
+        format = chosen;
     }
     std::unique_ptr<SqliteDefaults> store = openStore();
     if (!store)
         return 1;
 
     DayStore day(*store, m_clock);
+    if (format == QLatin1String("plain") || format == QLatin1String("waybar")) {
+        const StatusLine::Facts facts = StatusLine::read(day, *store, m_clock);
+        if (format == QLatin1String("plain"))
+            print(StatusLine::label(facts) + u'\n');
+        else
+            printBytes(StatusLine::waybar(facts));
+        return 0;
+    }
     day.waitForHistory();
     const HistoryResult& h = day.history();
     const QString dayText = DayKeys::dayText(m_clock.now());
 
-    if (json) {
+    if (format == QLatin1String("json")) {
         QJsonObject byType;
         for (auto it = day.tokensByType().cbegin(); it != day.tokensByType().cend(); ++it)
             byType.insert(TokenTypes::rawValue(it.key()), it.value());

@@ -127,6 +127,9 @@ void CommandLineTest::usageErrorsWriteNothing_data() {
     QTest::newRow("idle time-out that overflows") << QStringList{
         "defaults", "write", "mindmeter.idleTimeoutMinutes", "-int", "9223372036854775807"};
     QTest::newRow("status option") << QStringList{"status", "--xml"};
+    QTest::newRow("status format missing") << QStringList{"status", "--format"};
+    QTest::newRow("status format unknown") << QStringList{"status", "--format", "xml"};
+    QTest::newRow("status formats at odds") << QStringList{"status", "--json", "--format", "plain"};
     QTest::newRow("history days range") << QStringList{"history", "--days", "91"};
     QTest::newRow("history days missing") << QStringList{"history", "--days"};
 }
@@ -229,11 +232,29 @@ void CommandLineTest::helpAndVersion() {
     Result r = run({"--version"});
     QCOMPARE(r.exitCode, 0);
     QCOMPARE(r.out, QByteArray("v1.4.5 \xc2\xb7 2026-05-30\n"));
-    r = run({"help"});
+
+    r = run({"--help"});
     QCOMPARE(r.exitCode, 0);
-    for (const char* verb :
-         {"status", "history", "defaults read", "defaults write", "defaults delete"})
-        QVERIFY(r.out.contains(verb));
+    QCOMPARE(run({"help"}).out, r.out);
+    // Every verb has exactly one line, and no line continues another.
+    const QList<QByteArray> lines = r.out.split('\n');
+    const QList<QByteArray> entries = [&] {
+        QList<QByteArray> e;
+        for (const QByteArray& line : lines)
+            if (line.startsWith("  "))
+                e.append(line.mid(2));
+        return e;
+    }();
+    for (const QByteArray& entry : entries)
+        QVERIFY2(!entry.startsWith(' '), entry.constData());
+    for (const char* verb : {"status ", "history ", "export ", "summary ", "update ",
+                             "defaults read ", "defaults write ", "defaults delete ", "track ",
+                             "help, --help ", "--version ", "--snapshot "}) {
+        qsizetype count = 0;
+        for (const QByteArray& entry : entries)
+            count += entry.startsWith(verb) ? 1 : 0;
+        QVERIFY2(count == 1, verb);
+    }
 }
 
 QTEST_GUILESS_MAIN(CommandLineTest)
