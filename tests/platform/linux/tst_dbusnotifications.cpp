@@ -1,4 +1,5 @@
 #include "FakeClock.h"
+#include "PrivateSessionBus.h"
 #include "Sessions.h"
 
 #include "model/AppPreferences.h"
@@ -72,53 +73,22 @@ private:
     DBusNotificationSink::Options fastOptions() const;
 
     QTemporaryDir m_dir;
-    QProcess m_daemon;
-    QString m_address;
+    PrivateSessionBus m_bus;
     QStringList m_connectionNames;
     std::unique_ptr<RecordingNotificationServer> m_server;
     std::unique_ptr<SqliteDefaults> m_db;
 };
 
 void DBusNotificationsTest::initTestCase() {
-    QVERIFY(m_dir.isValid());
-    QFile config(m_dir.filePath("session.conf"));
-    QVERIFY(config.open(QIODevice::WriteOnly));
-    config.write(QStringLiteral(R"(<!DOCTYPE busconfig PUBLIC
- "-//freedesktop//DTD D-Bus Bus Configuration 1.0//EN"
- "http://www.freedesktop.org/standards/dbus/1.0/busconfig.dtd">
-<busconfig>
-  <type>session</type>
-  <listen>unix:dir=%1</listen>
-  <auth>EXTERNAL</auth>
-  <policy context="default">
-    <allow send_destination="*" eavesdrop="true"/>
-    <allow eavesdrop="true"/>
-    <allow own="*"/>
-  </policy>
-</busconfig>
-)")
-                     .arg(m_dir.path())
-                     .toUtf8());
-    config.close();
-    m_daemon.start(QStringLiteral("dbus-daemon"),
-                   {QStringLiteral("--config-file=") + config.fileName(),
-                    QStringLiteral("--nofork"), QStringLiteral("--print-address=1")});
-    QVERIFY2(m_daemon.waitForStarted(), "dbus-daemon is needed (Debian package dbus-daemon)");
-    for (int i = 0; i < 100 && !m_daemon.canReadLine(); ++i)
-        m_daemon.waitForReadyRead(100);
-    m_address = QString::fromUtf8(m_daemon.readLine()).trimmed();
-    QVERIFY2(m_address.startsWith("unix:"), qPrintable(m_address));
+    QCOMPARE(m_bus.start(), QString());
 }
 
-void DBusNotificationsTest::cleanupTestCase() {
-    m_daemon.terminate();
-    m_daemon.waitForFinished(5000);
-}
+void DBusNotificationsTest::cleanupTestCase() {}
 
 QDBusConnection DBusNotificationsTest::connect(const QString& address) {
     const QString name = QStringLiteral("test-%1").arg(m_connectionNames.size());
     m_connectionNames << name;
-    return QDBusConnection::connectToBus(address.isEmpty() ? m_address : address, name);
+    return QDBusConnection::connectToBus(address.isEmpty() ? m_bus.address() : address, name);
 }
 
 DBusNotificationSink::Options DBusNotificationsTest::fastOptions() const {
