@@ -19,6 +19,13 @@
 #include <malloc.h>
 
 int TrayApplication::run(int argc, char* argv[]) {
+    // Without a display Qt would abort inside QApplication; say what is missing instead.
+    if (!qEnvironmentVariableIsSet("DISPLAY") && !qEnvironmentVariableIsSet("WAYLAND_DISPLAY") &&
+        !qEnvironmentVariableIsSet("QT_QPA_PLATFORM")) {
+        std::fprintf(stderr, "mindmeter: no display: the tray application needs a desktop session "
+                             "(DISPLAY is not set); see 'mindmeter help' for the command line\n");
+        return 1;
+    }
     // The software renderer keeps the dashboard's memory small and needs no GPU driver; a
     // panel of cards gains nothing from hardware rendering. Chosen through the environment so
     // Qt Quick is not touched before the dashboard is first opened.

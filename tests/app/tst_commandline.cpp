@@ -33,6 +33,7 @@ private slots:
     void historyOverWrittenDays();
     void unusableStoreIsReported();
     void helpAndVersion();
+    void trayWithoutADisplay();
 
 private:
     Result run(const QStringList& args, const QByteArray& input = {});
@@ -255,6 +256,22 @@ void CommandLineTest::helpAndVersion() {
             count += entry.startsWith(verb) ? 1 : 0;
         QVERIFY2(count == 1, verb);
     }
+}
+
+void CommandLineTest::trayWithoutADisplay() {
+    // No verb starts the tray; with no display it says so instead of crashing in Qt.
+    QProcess p;
+    QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+    for (const char* name : {"DISPLAY", "WAYLAND_DISPLAY", "QT_QPA_PLATFORM"})
+        env.remove(name);
+    env.insert("XDG_DATA_HOME", m_dir->path());
+    p.setProcessEnvironment(env);
+    p.start(MINDMETER_EXECUTABLE, {});
+    QVERIFY(p.waitForFinished(30000));
+    QCOMPARE(p.exitStatus(), QProcess::NormalExit);
+    QCOMPARE(p.exitCode(), 1);
+    QVERIFY(p.readAllStandardError().startsWith("mindmeter: no display"));
+    QVERIFY(!QFile::exists(dbPath())); // nothing was opened
 }
 
 QTEST_GUILESS_MAIN(CommandLineTest)
