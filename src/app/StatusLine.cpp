@@ -1,7 +1,7 @@
 #include "StatusLine.h"
 
-#include "platform/linux/StatusLabel.h"
 #include "StatusPresenter.h"
+#include "platform/linux/StatusLabel.h"
 
 #include "model/AppPreferences.h"
 #include "model/Format.h"

@@ -11,8 +11,7 @@ namespace {
 // socket that the event loop watches.
 int signalSockets[2] = {-1, -1};
 
-void forwardSignal(int signal)
-{
+void forwardSignal(int signal) {
     const unsigned char number = static_cast<unsigned char>(signal);
     [[maybe_unused]] const ssize_t written = ::write(signalSockets[0], &number, 1);
 }
@@ -20,9 +19,9 @@ void forwardSignal(int signal)
 } // namespace
 
 UnixSignalWatcher::UnixSignalWatcher(std::initializer_list<int> signalNumbers, QObject* parent)
-    : QObject(parent)
-{
-    if (signalSockets[0] < 0 && ::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, signalSockets) != 0)
+    : QObject(parent) {
+    if (signalSockets[0] < 0 &&
+        ::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, signalSockets) != 0)
         return;
     ::fcntl(signalSockets[0], F_SETFL, O_NONBLOCK);
     m_notifier = std::make_unique<QSocketNotifier>(signalSockets[1], QSocketNotifier::Read);
@@ -37,8 +36,7 @@ UnixSignalWatcher::UnixSignalWatcher(std::initializer_list<int> signalNumbers, Q
 
 UnixSignalWatcher::~UnixSignalWatcher() = default;
 
-void UnixSignalWatcher::readSignal()
-{
+void UnixSignalWatcher::readSignal() {
     unsigned char number = 0;
     if (::read(signalSockets[1], &number, 1) == 1)
         emit received(number);

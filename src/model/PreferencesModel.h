@@ -10,14 +10,18 @@
 class PreferencesModel : public QObject {
     Q_OBJECT
     Q_PROPERTY(qint64 dailyBaseline READ dailyBaseline WRITE setDailyBaseline NOTIFY changed)
-    Q_PROPERTY(qint64 idleTimeoutMinutes READ idleTimeoutMinutes WRITE setIdleTimeoutMinutes NOTIFY changed)
+    Q_PROPERTY(qint64 idleTimeoutMinutes READ idleTimeoutMinutes WRITE setIdleTimeoutMinutes NOTIFY
+                   changed)
     Q_PROPERTY(QString menuBarStyle READ menuBarStyle WRITE setMenuBarStyle NOTIFY changed)
-    Q_PROPERTY(bool hasLaunchedBefore READ hasLaunchedBefore WRITE setHasLaunchedBefore NOTIFY changed)
+    Q_PROPERTY(
+        bool hasLaunchedBefore READ hasLaunchedBefore WRITE setHasLaunchedBefore NOTIFY changed)
     Q_PROPERTY(bool alertEnabled READ alertEnabled WRITE setAlertEnabled NOTIFY changed)
     Q_PROPERTY(qint64 alertThreshold READ alertThreshold WRITE setAlertThreshold NOTIFY changed)
     Q_PROPERTY(bool tempAlertEnabled READ tempAlertEnabled WRITE setTempAlertEnabled NOTIFY changed)
-    Q_PROPERTY(qint64 tempAlertThreshold READ tempAlertThreshold WRITE setTempAlertThreshold NOTIFY changed)
-    Q_PROPERTY(qint64 tempAlertMinutes READ tempAlertMinutes WRITE setTempAlertMinutes NOTIFY changed)
+    Q_PROPERTY(qint64 tempAlertThreshold READ tempAlertThreshold WRITE setTempAlertThreshold NOTIFY
+                   changed)
+    Q_PROPERTY(
+        qint64 tempAlertMinutes READ tempAlertMinutes WRITE setTempAlertMinutes NOTIFY changed)
     Q_PROPERTY(bool endOfDayEnabled READ endOfDayEnabled WRITE setEndOfDayEnabled NOTIFY changed)
     Q_PROPERTY(double endOfDayTime READ endOfDayTime WRITE setEndOfDayTime NOTIFY changed)
     Q_PROPERTY(bool goalEnabled READ goalEnabled WRITE setGoalEnabled NOTIFY changed)

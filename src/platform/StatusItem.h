@@ -15,8 +15,7 @@ struct StatusMenuItem {
     bool separator = false;
     std::function<void()> action;
 
-    static StatusMenuItem separatorItem()
-    {
+    static StatusMenuItem separatorItem() {
         StatusMenuItem s;
         s.separator = true;
         return s;

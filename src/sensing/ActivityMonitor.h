@@ -46,8 +46,7 @@ public:
     // multiplier: the current working mode's factor, read at each conversion.
     ActivityMonitor(DayStore& store, Workspace& workspace, IdleSource& idle,
                     const Defaults& defaults, const Clock& clock,
-                    std::function<double()> multiplier, Options options,
-                    QObject* parent = nullptr);
+                    std::function<double()> multiplier, Options options, QObject* parent = nullptr);
 
     void start();
     void stop();

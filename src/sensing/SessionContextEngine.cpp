@@ -3,7 +3,6 @@
 #include "model/AppPreferences.h"
 #include "store/DayStore.h"
 
-
 #include <algorithm>
 #include <atomic>
 
@@ -11,8 +10,7 @@ namespace {
 
 std::atomic<SessionContextEngine*> sharedEngine{nullptr};
 
-bool startsWithAny(const QString& id, const QStringList& prefixes)
-{
+bool startsWithAny(const QString& id, const QStringList& prefixes) {
     return std::any_of(prefixes.begin(), prefixes.end(),
                        [&](const QString& p) { return id.startsWith(p); });
 }
@@ -20,29 +18,28 @@ bool startsWithAny(const QString& id, const QStringList& prefixes)
 } // namespace
 
 const QStringList SessionContextEngine::ideIDs = {
-    "com.apple.dt.Xcode", "com.microsoft.VSCode", "com.jetbrains", "io.cursor",
+    "com.apple.dt.Xcode", "com.microsoft.VSCode", "com.jetbrains",        "io.cursor",
     "com.sublimetext",    "com.panic.Nova",       "dev.warp.Warp-Stable", "com.todesktop"};
 // The fourth entry is kitty, a terminal found on both platforms.
-const QStringList SessionContextEngine::terminalIDs = {"com.apple.Terminal", "com.googlecode.iterm2",
-                                                       "dev.warp", "net.kovidgoyal.kitty"};
-const QStringList SessionContextEngine::meetingIDs = {"us.zoom.xos", "com.apple.FaceTime",
-                                                      "com.microsoft.teams", "com.webex",
-                                                      "com.loom", "com.whereby"};
+const QStringList SessionContextEngine::terminalIDs = {
+    "com.apple.Terminal", "com.googlecode.iterm2", "dev.warp", "net.kovidgoyal.kitty"};
+const QStringList SessionContextEngine::meetingIDs = {
+    "us.zoom.xos", "com.apple.FaceTime", "com.microsoft.teams",
+    "com.webex",   "com.loom",           "com.whereby"};
 const QStringList SessionContextEngine::chatIDs = {
     "com.tinyspeck.slackmacgap", "com.discord",         "com.telegram.desktop",
     "com.apple.iChat",           "com.apple.MobileSMS", "com.microsoft.teams"};
 const QStringList SessionContextEngine::aiIDs = {"com.anthropic", "claude", "com.openai",
                                                  "com.todesktop.230313mzl4w4u92"};
 const QStringList SessionContextEngine::writingIDs = {
-    "com.apple.Pages", "com.microsoft.Word", "md.obsidian",
-    "notion.id",       "com.notion",         "com.craftsmanSoftware.CraftDocs",
+    "com.apple.Pages", "com.microsoft.Word",   "md.obsidian",
+    "notion.id",       "com.notion",           "com.craftsmanSoftware.CraftDocs",
     "com.apple.mail",  "com.microsoft.Outlook"};
 const QStringList SessionContextEngine::browserIDs = {
     "com.apple.Safari", "com.google.Chrome", "org.mozilla.firefox", "company.thebrowser.Browser",
     "com.microsoft.edgemac"};
 
-QString SessionContextEngine::label(Mode mode)
-{
+QString SessionContextEngine::label(Mode mode) {
     switch (mode) {
     case Mode::coding:
         return QStringLiteral("Deep Work");
@@ -66,8 +63,7 @@ QString SessionContextEngine::label(Mode mode)
     Q_UNREACHABLE();
 }
 
-QString SessionContextEngine::symbol(Mode mode)
-{
+QString SessionContextEngine::symbol(Mode mode) {
     switch (mode) {
     case Mode::coding:
         return QStringLiteral("chevron.left.forwardslash.chevron.right");
@@ -91,8 +87,7 @@ QString SessionContextEngine::symbol(Mode mode)
     Q_UNREACHABLE();
 }
 
-double SessionContextEngine::multiplier(Mode mode)
-{
+double SessionContextEngine::multiplier(Mode mode) {
     switch (mode) {
     case Mode::coding:
         return 1.4;
@@ -122,28 +117,31 @@ SessionContextEngine::SessionContextEngine(Workspace& workspace, IdleSource& idl
     , m_store(store)
     , m_defaults(defaults)
     , m_clock(clock)
-    , m_options(options)
-{
+    , m_options(options) {
     m_timer.setInterval(options.tickIntervalMs);
     connect(&m_timer, &QTimer::timeout, this, &SessionContextEngine::tick);
 }
 
-SessionContextEngine& SessionContextEngine::shared()
-{
+SessionContextEngine& SessionContextEngine::shared() {
     SessionContextEngine* e = sharedEngine.load();
     if (!e)
         qFatal("SessionContextEngine::shared() used before the engine was created");
     return *e;
 }
 
-void SessionContextEngine::setShared(SessionContextEngine* engine) { sharedEngine.store(engine); }
+void SessionContextEngine::setShared(SessionContextEngine* engine) {
+    sharedEngine.store(engine);
+}
 
-void SessionContextEngine::start() { m_timer.start(); }
+void SessionContextEngine::start() {
+    m_timer.start();
+}
 
-void SessionContextEngine::stop() { m_timer.stop(); }
+void SessionContextEngine::stop() {
+    m_timer.stop();
+}
 
-QStringList SessionContextEngine::runningBundleIDs()
-{
+QStringList SessionContextEngine::runningBundleIDs() {
     const QDateTime now = m_clock.now();
     if (m_lastRunningFetch.isValid() &&
         m_lastRunningFetch.secsTo(now) < m_options.runningCacheSeconds)
@@ -156,10 +154,8 @@ QStringList SessionContextEngine::runningBundleIDs()
     return m_cachedRunning;
 }
 
-SessionContextEngine::Mode SessionContextEngine::classify(const QString& front,
-                                                          const QStringList& running,
-                                                          qint64 switches)
-{
+SessionContextEngine::Mode
+SessionContextEngine::classify(const QString& front, const QStringList& running, qint64 switches) {
     if (switches > 14)
         return Mode::distracted;
     if (switches > 7)
@@ -182,8 +178,7 @@ SessionContextEngine::Mode SessionContextEngine::classify(const QString& front,
     return Mode::idle;
 }
 
-void SessionContextEngine::tick()
-{
+void SessionContextEngine::tick() {
     const QDateTime now = m_clock.now();
     const std::optional<RunningApp> frontApp = m_workspace.frontmostApplication();
     const QString front = frontApp ? frontApp->bundleID : QString();

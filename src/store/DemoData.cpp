@@ -26,8 +26,7 @@ const DemoApp apps[] = {
     {"us.zoom.xos", "Zoom", TokenType::input, 22},
 };
 
-QUuid randomUuid(QRandomGenerator& random)
-{
+QUuid randomUuid(QRandomGenerator& random) {
     QByteArray bytes(16, '\0');
     random.fillRange(reinterpret_cast<quint32*>(bytes.data()), 4);
     bytes[6] = char((bytes[6] & 0x0f) | 0x40); // version 4
@@ -36,8 +35,7 @@ QUuid randomUuid(QRandomGenerator& random)
 }
 
 QList<ActivitySession> demoDay(const QDate& date, const QDateTime& until, double intensity,
-                               QRandomGenerator& random)
-{
+                               QRandomGenerator& random) {
     QList<ActivitySession> day;
     QDateTime t(date, QTime(9, 0));
     while (t < until && t.time() < QTime(18, 30)) {
@@ -45,8 +43,8 @@ QList<ActivitySession> demoDay(const QDate& date, const QDateTime& until, double
         const int minutes = 2 + random.bounded(14);
         const Timestamp start = Timestamp::fromDateTime(t);
         const qint64 raw = qMax<qint64>(1, qint64(app.rate * minutes * intensity));
-        day.append({randomUuid(random), QString::fromLatin1(app.id), QString::fromLatin1(app.name), app.type, start,
-                    start.addSeconds(minutes * 60.0), raw});
+        day.append({randomUuid(random), QString::fromLatin1(app.id), QString::fromLatin1(app.name),
+                    app.type, start, start.addSeconds(minutes * 60.0), raw});
         t = t.addSecs((minutes + random.bounded(6)) * 60);
     }
     return day;
@@ -54,8 +52,7 @@ QList<ActivitySession> demoDay(const QDate& date, const QDateTime& until, double
 
 } // namespace
 
-void DemoData::fill(Defaults& defaults, const QDateTime& now)
-{
+void DemoData::fill(Defaults& defaults, const QDateTime& now) {
     QRandomGenerator random(20260530);
     const QDate today = now.date();
     for (int offset = 13; offset >= 0; --offset) {

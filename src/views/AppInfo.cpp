@@ -2,11 +2,14 @@
 
 #include "model/AppVersion.h"
 
-QString AppInfo::versionNumber() const { return QString::fromLatin1(AppVersion::number); }
-QString AppInfo::versionDate() const { return QString::fromLatin1(AppVersion::date); }
+QString AppInfo::versionNumber() const {
+    return QString::fromLatin1(AppVersion::number);
+}
+QString AppInfo::versionDate() const {
+    return QString::fromLatin1(AppVersion::date);
+}
 
-QString AppInfo::browserPermissionNote() const
-{
+QString AppInfo::browserPermissionNote() const {
 #ifdef Q_OS_MACOS
     return QStringLiteral("macOS will ask for browser Automation access the first time you open "
                           "Claude or ChatGPT.");

@@ -2,4 +2,6 @@
 
 #include <QFontDatabase>
 
-QString Fonts::monospace() const { return QFontDatabase::systemFont(QFontDatabase::FixedFont).family(); }
+QString Fonts::monospace() const {
+    return QFontDatabase::systemFont(QFontDatabase::FixedFont).family();
+}

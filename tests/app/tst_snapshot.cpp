@@ -14,8 +14,7 @@ private slots:
 
 namespace {
 
-int run(const QStringList& args, QByteArray* err = nullptr)
-{
+int run(const QStringList& args, QByteArray* err = nullptr) {
     QProcess p;
     QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
     env.remove("DISPLAY");
@@ -29,8 +28,7 @@ int run(const QStringList& args, QByteArray* err = nullptr)
 }
 
 // A picture with something drawn in it: many distinct colours, not one flat fill.
-int distinctColours(const QImage& image)
-{
+int distinctColours(const QImage& image) {
     QSet<QRgb> colours;
     for (int y = 0; y < image.height(); y += 2)
         for (int x = 0; x < image.width(); x += 2)
@@ -40,15 +38,15 @@ int distinctColours(const QImage& image)
 
 } // namespace
 
-void SnapshotTest::writesEveryPicture()
-{
+void SnapshotTest::writesEveryPicture() {
     QTemporaryDir dir;
     QByteArray err;
     QCOMPARE(run({"--snapshot", dir.filePath("shots")}, &err), 0);
     const QStringList cards = {"CurrentActivityCard", "TotalTokensCard", "TokenBreakdownCard",
-                               "TemperatureCard", "SaturationCard", "SessionModeCard",
-                               "VelocityChartCard", "WeeklyChartCard", "DailyHistoryCard",
-                               "TrendsCard", "DailyGoalCard", "ExportCard", "AppVersionRow"};
+                               "TemperatureCard",     "SaturationCard",  "SessionModeCard",
+                               "VelocityChartCard",   "WeeklyChartCard", "DailyHistoryCard",
+                               "TrendsCard",          "DailyGoalCard",   "ExportCard",
+                               "AppVersionRow"};
     for (const char* theme : {"light", "dark"}) {
         for (const char* whole : {"popover", "onboarding"}) {
             const QImage image(dir.filePath(QStringLiteral("shots/%1-%2.png").arg(whole, theme)));
@@ -59,18 +57,19 @@ void SnapshotTest::writesEveryPicture()
         QCOMPARE(full.width(), 380);
         QVERIFY(full.height() > 1000); // every card, not only the first screen
         for (const QString& card : cards) {
-            const QImage image(dir.filePath(QStringLiteral("shots/card-%1-%2.png").arg(card, theme)));
+            const QImage image(
+                dir.filePath(QStringLiteral("shots/card-%1-%2.png").arg(card, theme)));
             QVERIFY2(!image.isNull(), qPrintable(card));
             QVERIFY2(image.width() > 150 && image.height() > 20, qPrintable(card));
             QVERIFY2(distinctColours(image) > 10, qPrintable(card));
         }
     }
     // Light and dark differ.
-    QVERIFY(QImage(dir.filePath("shots/popover-light.png")) != QImage(dir.filePath("shots/popover-dark.png")));
+    QVERIFY(QImage(dir.filePath("shots/popover-light.png")) !=
+            QImage(dir.filePath("shots/popover-dark.png")));
 }
 
-void SnapshotTest::reportsAnUnwritableFolder()
-{
+void SnapshotTest::reportsAnUnwritableFolder() {
     QTemporaryDir dir;
     QFile blocker(dir.filePath("file"));
     QVERIFY(blocker.open(QIODevice::WriteOnly));

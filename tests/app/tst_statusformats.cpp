@@ -103,16 +103,16 @@ void StatusFormatsTest::labelClassAndPercentage_data() {
                                         << QString(" 900 \u00b6") << "red" << 90;
     // 4100 reasoning tokens weigh 12,300.
     QTest::newRow("thousands, reasoning")
-        << qint64(25000) << "reasoning" << qint64(4100) << qint64(20) << QString(" 12.3k \u26a1\ufe0e")
-        << "normal" << 49;
+        << qint64(25000) << "reasoning" << qint64(4100) << qint64(20)
+        << QString(" 12.3k \u26a1\ufe0e") << "normal" << 49;
     QTest::newRow("below 1000 stays whole, writing")
         << qint64(25000) << "output" << qint64(499) << qint64(20) << QString(" 998 \u2328")
         << "normal" << 4;
     QTest::newRow("1000 is 1.0k, with AI") << qint64(25000) << "ai" << qint64(400) << qint64(20)
                                            << QString(" 1.0k \u2726") << "normal" << 4;
     QTest::newRow("over the budget is capped")
-        << qint64(25000) << "reasoning" << qint64(10000) << qint64(20) << QString(" 30.0k \u26a1\ufe0e")
-        << "red" << 100;
+        << qint64(25000) << "reasoning" << qint64(10000) << qint64(20)
+        << QString(" 30.0k \u26a1\ufe0e") << "red" << 100;
     QTest::newRow("three minutes ago is no longer in front")
         << qint64(25000) << "reasoning" << qint64(100) << qint64(180) << QString(" 300 \u25cc")
         << "normal" << 1;
@@ -158,7 +158,8 @@ void StatusFormatsTest::menuBarStyleShapesTheLabel() {
 
     QCOMPARE(run({"defaults", "write", "mindmeter.menuBarStyle", "-string", "countOnly"}).exitCode,
              0);
-    QCOMPARE(QString::fromUtf8(run({"status", "--format", "plain"}).out), QString(" 900 \u26a1\ufe0e\n"));
+    QCOMPARE(QString::fromUtf8(run({"status", "--format", "plain"}).out),
+             QString(" 900 \u26a1\ufe0e\n"));
     o = waybar();
     QCOMPARE(o["class"].toString(), QString("red"));
 }

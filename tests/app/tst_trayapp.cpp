@@ -30,8 +30,7 @@ namespace {
 // The vendor's site, on loopback: answers every manifest request with a newer version.
 class ManifestServer : public QObject {
 public:
-    ManifestServer()
-    {
+    ManifestServer() {
         m_server.listen(QHostAddress::LocalHost);
         connect(&m_server, &QTcpServer::newConnection, this, [this] {
             while (QTcpSocket* socket = m_server.nextPendingConnection()) {
@@ -41,7 +40,8 @@ public:
                     ++requests;
                     const QByteArray body = R"({"version": "9.9.9"})";
                     socket->write("HTTP/1.1 200 OK\r\nContent-Type: application/json\r\n"
-                                  "Content-Length: " + QByteArray::number(body.size()) +
+                                  "Content-Length: " +
+                                  QByteArray::number(body.size()) +
                                   "\r\nConnection: close\r\n\r\n" + body);
                     socket->disconnectFromHost();
                 });

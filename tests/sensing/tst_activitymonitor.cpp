@@ -29,20 +29,21 @@ private slots:
     void publishedValuesAndStop();
 
 private:
-    void tick(int n = 1)
-    {
+    void tick(int n = 1) {
         for (int i = 0; i < n; ++i) {
             m_clock->advanceSeconds(10);
             QVERIFY(QMetaObject::invokeMethod(m_monitor.get(), "tick"));
         }
         settle();
     }
-    std::unique_ptr<ActivityMonitor> makeMonitor(std::function<bool()> claude = [] { return false; })
-    {
+    std::unique_ptr<ActivityMonitor> makeMonitor(std::function<bool()> claude = [] {
+        return false;
+    }) {
         ActivityMonitor::Options options;
         options.claudeProcessRunning = std::move(claude);
-        return std::make_unique<ActivityMonitor>(*m_store, m_workspace, m_idle, *m_db, *m_clock,
-                                                 [this] { return m_multiplier; }, options);
+        return std::make_unique<ActivityMonitor>(
+            *m_store, m_workspace, m_idle, *m_db, *m_clock, [this] { return m_multiplier; },
+            options);
     }
 
     std::unique_ptr<SqliteDefaults> m_db;
@@ -54,8 +55,7 @@ private:
     std::unique_ptr<ActivityMonitor> m_monitor;
 };
 
-void ActivityMonitorTest::init()
-{
+void ActivityMonitorTest::init() {
     m_db = SqliteDefaults::open(":memory:");
     m_clock = std::make_unique<FakeClock>(local(2026, 5, 30, 9));
     m_store = std::make_unique<DayStore>(*m_db, *m_clock);
@@ -66,14 +66,12 @@ void ActivityMonitorTest::init()
     m_monitor->start();
 }
 
-void ActivityMonitorTest::cleanup()
-{
+void ActivityMonitorTest::cleanup() {
     m_monitor.reset();
     m_store.reset();
 }
 
-void ActivityMonitorTest::minutesBecomeSessions()
-{
+void ActivityMonitorTest::minutesBecomeSessions() {
     const QDateTime stayStart = m_clock->now();
     tick(5);
     QVERIFY(m_store->sessions().isEmpty());
@@ -100,8 +98,7 @@ void ActivityMonitorTest::minutesBecomeSessions()
     QCOMPARE(m_store->sessions()[2].rawTokens, qint64(1));
 }
 
-void ActivityMonitorTest::switchingAwayFlushesTheStay()
-{
+void ActivityMonitorTest::switchingAwayFlushesTheStay() {
     tick(4);
     m_workspace.activate(app("com.tinyspeck.slackmacgap", "Slack")); // Messaging: output, 28
     settle();
@@ -120,8 +117,7 @@ void ActivityMonitorTest::switchingAwayFlushesTheStay()
     QCOMPARE(m_store->sessions()[1].rawTokens, qint64(15));
 }
 
-void ActivityMonitorTest::idleFlushesAndStopsCounting()
-{
+void ActivityMonitorTest::idleFlushesAndStopsCounting() {
     tick(3);
     m_idle.seconds = 180; // equal to the time-out still counts as present
     tick(1);
@@ -146,8 +142,7 @@ void ActivityMonitorTest::idleFlushesAndStopsCounting()
     QCOMPARE(m_store->sessions().size(), 3);
 }
 
-void ActivityMonitorTest::recoveryAfterBreaks_data()
-{
+void ActivityMonitorTest::recoveryAfterBreaks_data() {
     QTest::addColumn<int>("breakMinutes");
     QTest::addColumn<qint64>("recovered");
     QTest::newRow("9 min") << 9 << qint64(0);
@@ -158,8 +153,7 @@ void ActivityMonitorTest::recoveryAfterBreaks_data()
     QTest::newRow("a night") << 600 << qint64(0);
 }
 
-void ActivityMonitorTest::recoveryAfterBreaks()
-{
+void ActivityMonitorTest::recoveryAfterBreaks() {
     QFETCH(int, breakMinutes);
     QFETCH(qint64, recovered);
     // Earn enough that recovery is not capped by the day's total.
@@ -174,8 +168,7 @@ void ActivityMonitorTest::recoveryAfterBreaks()
     QCOMPARE(m_store->recoveredTokens(), recovered);
 }
 
-void ActivityMonitorTest::multiplierAndFloorOfOne()
-{
+void ActivityMonitorTest::multiplierAndFloorOfOne() {
     m_multiplier = 1.4;
     tick(6);
     QCOMPARE(m_store->sessions().last().rawTokens, qint64(11)); // 8 × 1.4 = 11.2
@@ -184,8 +177,7 @@ void ActivityMonitorTest::multiplierAndFloorOfOne()
     QCOMPARE(m_store->sessions().last().rawTokens, qint64(1)); // 0.8, never below one
 }
 
-void ActivityMonitorTest::ownWindowsAreNotASwitch()
-{
+void ActivityMonitorTest::ownWindowsAreNotASwitch() {
     tick(3);
     m_workspace.activate(app(ActivityMonitor::ownBundleID, "Mindmeter"));
     settle();
@@ -196,8 +188,7 @@ void ActivityMonitorTest::ownWindowsAreNotASwitch()
     QCOMPARE(m_monitor->currentApp(), QString("Code"));
 }
 
-void ActivityMonitorTest::zeroRateAndMissingIdentity()
-{
+void ActivityMonitorTest::zeroRateAndMissingIdentity() {
     m_workspace.activate(app("com.spotify.client", "Spotify")); // Music / Video: rate 0
     tick(12);
     QVERIFY(m_store->sessions().isEmpty());
@@ -211,8 +202,7 @@ void ActivityMonitorTest::zeroRateAndMissingIdentity()
     QCOMPARE(m_monitor->currentApp(), QString("Unknown"));
 }
 
-void ActivityMonitorTest::claudeInATerminalCountsAsAI()
-{
+void ActivityMonitorTest::claudeInATerminalCountsAsAI() {
     std::atomic<int> checks{0};
     m_monitor = makeMonitor([&checks] {
         ++checks;
@@ -254,8 +244,7 @@ void ActivityMonitorTest::claudeInATerminalCountsAsAI()
     QVERIFY(ActivityMonitor::claudeProcessRunning() == false); // no such process here
 }
 
-void ActivityMonitorTest::publishedValuesAndStop()
-{
+void ActivityMonitorTest::publishedValuesAndStop() {
     m_monitor = makeMonitor();
     QCOMPARE(m_monitor->currentApp(), QString("\u2014"));
     QCOMPARE(m_monitor->isTracking(), false);

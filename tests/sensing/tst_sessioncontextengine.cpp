@@ -25,8 +25,7 @@ private slots:
     void temperatureHandOff();
 
 private:
-    void tick()
-    {
+    void tick() {
         QVERIFY(QMetaObject::invokeMethod(m_engine.get(), "tick"));
         settle();
     }
@@ -39,29 +38,28 @@ private:
     std::unique_ptr<SessionContextEngine> m_engine;
 };
 
-void SessionContextEngineTest::init()
-{
+void SessionContextEngineTest::init() {
     m_db = SqliteDefaults::open(":memory:");
     m_clock = std::make_unique<FakeClock>(local(2026, 5, 30, 9));
     m_store = std::make_unique<DayStore>(*m_db, *m_clock);
     m_workspace.front.reset();
     m_workspace.running.clear();
     m_idle.seconds = 0;
-    m_engine = std::make_unique<SessionContextEngine>(m_workspace, m_idle, *m_store, *m_db, *m_clock);
+    m_engine =
+        std::make_unique<SessionContextEngine>(m_workspace, m_idle, *m_store, *m_db, *m_clock);
 }
 
-void SessionContextEngineTest::cleanup()
-{
+void SessionContextEngineTest::cleanup() {
     m_engine.reset();
     m_store.reset(); // before the database it reads
 }
 
-void SessionContextEngineTest::modeTable()
-{
+void SessionContextEngineTest::modeTable() {
     QCOMPARE(m_engine->mode(), Mode::idle);
     QCOMPARE(SessionContextEngine::label(Mode::coding), QString("Deep Work"));
     QCOMPARE(SessionContextEngine::label(Mode::distracted), QString("Fragmented"));
-    QCOMPARE(SessionContextEngine::symbol(Mode::communication), QString("bubble.left.and.bubble.right"));
+    QCOMPARE(SessionContextEngine::symbol(Mode::communication),
+             QString("bubble.left.and.bubble.right"));
     QCOMPARE(SessionContextEngine::multiplier(Mode::coding), 1.4);
     QCOMPARE(SessionContextEngine::multiplier(Mode::meeting), 1.1);
     QCOMPARE(SessionContextEngine::multiplier(Mode::aiSession), 1.2);
@@ -70,20 +68,22 @@ void SessionContextEngineTest::modeTable()
     QCOMPARE(SessionContextEngine::multiplier(Mode::idle), 1.0);
 }
 
-void SessionContextEngineTest::classification_data()
-{
+void SessionContextEngineTest::classification_data() {
     QTest::addColumn<QString>("front");
     QTest::addColumn<QStringList>("running");
     QTest::addColumn<int>("switches");
     QTest::addColumn<Mode>("mode");
     const QStringList none;
-    QTest::newRow("seven switches change nothing") << "com.apple.Safari" << none << 7 << Mode::browsing;
+    QTest::newRow("seven switches change nothing")
+        << "com.apple.Safari" << none << 7 << Mode::browsing;
     QTest::newRow("eight: switching") << "claude" << none << 8 << Mode::switching;
     QTest::newRow("fifteen: fragmented") << "claude" << none << 15 << Mode::distracted;
     QTest::newRow("teams is a meeting") << "com.microsoft.teams2" << none << 0 << Mode::meeting;
-    QTest::newRow("todesktop AI app") << "com.todesktop.230313mzl4w4u92" << none << 0 << Mode::aiSession;
+    QTest::newRow("todesktop AI app")
+        << "com.todesktop.230313mzl4w4u92" << none << 0 << Mode::aiSession;
     QTest::newRow("chat") << "com.tinyspeck.slackmacgap" << none << 0 << Mode::communication;
-    QTest::newRow("mail counts as writing") << "com.apple.mail.Thunderbird" << none << 0 << Mode::writing;
+    QTest::newRow("mail counts as writing")
+        << "com.apple.mail.Thunderbird" << none << 0 << Mode::writing;
     QTest::newRow("open IDE, spreadsheet in front")
         << "com.microsoft.Excel" << QStringList{"com.apple.dt.Xcode"} << 0 << Mode::coding;
     QTest::newRow("IDE in front") << "com.jetbrains.goland" << none << 0 << Mode::coding;
@@ -95,8 +95,7 @@ void SessionContextEngineTest::classification_data()
     QTest::newRow("prefix is case-sensitive") << "COM.DISCORD" << none << 0 << Mode::idle;
 }
 
-void SessionContextEngineTest::classification()
-{
+void SessionContextEngineTest::classification() {
     QFETCH(QString, front);
     QFETCH(QStringList, running);
     QFETCH(int, switches);
@@ -104,8 +103,7 @@ void SessionContextEngineTest::classification()
     QCOMPARE(SessionContextEngine::classify(front, running, switches), mode);
 }
 
-void SessionContextEngineTest::switchesWithinTheHour()
-{
+void SessionContextEngineTest::switchesWithinTheHour() {
     QSignalSpy modeChanged(m_engine.get(), &SessionContextEngine::modeChanged);
     m_workspace.front = app("com.apple.Safari");
     tick();
@@ -135,8 +133,7 @@ void SessionContextEngineTest::switchesWithinTheHour()
     QCOMPARE(m_engine->mode(), Mode::browsing);
 }
 
-void SessionContextEngineTest::noFrontAppIsNotASwitch()
-{
+void SessionContextEngineTest::noFrontAppIsNotASwitch() {
     tick(); // nothing in front
     m_workspace.front = app("com.apple.Safari");
     tick(); // from nothing: not logged
@@ -148,8 +145,7 @@ void SessionContextEngineTest::noFrontAppIsNotASwitch()
     QCOMPARE(m_engine->switchesLastHour(), qint64(1));
 }
 
-void SessionContextEngineTest::runningListIsCachedForThirtySeconds()
-{
+void SessionContextEngineTest::runningListIsCachedForThirtySeconds() {
     m_workspace.front = app("com.microsoft.Excel");
     tick();
     QCOMPARE(m_engine->mode(), Mode::idle);
@@ -169,8 +165,7 @@ void SessionContextEngineTest::runningListIsCachedForThirtySeconds()
     QCOMPARE(m_engine->mode(), Mode::idle);
 }
 
-void SessionContextEngineTest::temperatureHandOff()
-{
+void SessionContextEngineTest::temperatureHandOff() {
     QSignalSpy checks(m_engine.get(), &SessionContextEngine::temperatureCheckRequested);
     m_store->addSessions({makeSession(TokenType::reasoning, 10, m_clock->now()),
                           makeSession(TokenType::output, 15, m_clock->now())});

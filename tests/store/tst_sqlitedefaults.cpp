@@ -24,11 +24,11 @@ QByteArray blobFor(int writer, int round, int size) {
 }
 
 int writerMain() {
-    const QStringList spec = qEnvironmentVariable("MINDMETER_TEST_WRITER").split(u'|');
-    const QString path = spec[0];
-    const int writer = spec[1].toInt();
-    const int rounds = spec[2].toInt();
-    const int blobSize = spec[3].toInt();
+    const QStringList fields = qEnvironmentVariable("MINDMETER_TEST_WRITER").split(u'|');
+    const QString path = fields[0];
+    const int writer = fields[1].toInt();
+    const int rounds = fields[2].toInt();
+    const int blobSize = fields[3].toInt();
     auto store = SqliteDefaults::open(path);
     if (!store)
         return 3;

@@ -10,8 +10,7 @@ public:
     std::optional<RunningApp> frontmostApplication() const override { return front; }
     QList<RunningApp> runningApplications() const override { return running; }
 
-    void activate(const RunningApp& app)
-    {
+    void activate(const RunningApp& app) {
         front = app;
         emit applicationActivated(app);
     }
@@ -26,7 +25,6 @@ public:
     double seconds = 0;
 };
 
-inline RunningApp app(const QString& id, const QString& name = QStringLiteral("App"))
-{
+inline RunningApp app(const QString& id, const QString& name = QStringLiteral("App")) {
     return RunningApp{id, name, true, 1};
 }

@@ -3,9 +3,9 @@
 #include "views/Symbols.h"
 
 #include <QDirIterator>
-#include <QQmlExtensionPlugin>
 #include <QFontDatabase>
 #include <QGuiApplication>
+#include <QQmlExtensionPlugin>
 #include <QRawFont>
 #include <QRegularExpression>
 #include <QTest>
@@ -22,8 +22,7 @@ private slots:
     void everyNameInUseIsInTheTable();
 };
 
-void SymbolsTest::everyCodePointIsInTheFont()
-{
+void SymbolsTest::everyCodePointIsInTheFont() {
     const QRawFont font = QRawFont::fromFont(QFont(Symbols().fontFamily(), 16));
     QVERIFY(font.isValid());
     QCOMPARE(font.familyName(), Symbols().fontFamily());
@@ -31,8 +30,7 @@ void SymbolsTest::everyCodePointIsInTheFont()
         QVERIFY2(font.supportsCharacter(QChar(it.value())), qPrintable(it.key()));
 }
 
-void SymbolsTest::everyNameInUseIsInTheTable()
-{
+void SymbolsTest::everyNameInUseIsInTheTable() {
     QStringList used;
     for (TokenType t : TokenTypes::allCases)
         used << TokenTypes::symbol(t);
@@ -41,8 +39,10 @@ void SymbolsTest::everyNameInUseIsInTheTable()
 
     // Symbol names written in the views, as `name: "…"`, `icon: "…"` or string literals
     // passed where a symbol is expected.
-    static const QRegularExpression literal(QStringLiteral(R"(\b(?:name|icon|symbol)\s*:\s*[^\n]*)"));
-    static const QRegularExpression quoted(QStringLiteral(R"("([a-z][a-z0-9]*(?:\.[a-z0-9]+)+)\")"));
+    static const QRegularExpression literal(
+        QStringLiteral(R"(\b(?:name|icon|symbol)\s*:\s*[^\n]*)"));
+    static const QRegularExpression quoted(
+        QStringLiteral(R"("([a-z][a-z0-9]*(?:\.[a-z0-9]+)+)\")"));
     int files = 0;
     QDirIterator it(QStringLiteral(":/qt-project.org/imports/Mindmeter"), {QStringLiteral("*.qml")},
                     QDir::Files, QDirIterator::Subdirectories);
@@ -61,8 +61,7 @@ void SymbolsTest::everyNameInUseIsInTheTable()
         QVERIFY2(Symbols::table().contains(name), qPrintable("no glyph for " + name));
 }
 
-int main(int argc, char* argv[])
-{
+int main(int argc, char* argv[]) {
     qputenv("QT_QPA_PLATFORM", "offscreen");
     QGuiApplication app(argc, argv);
     SymbolsTest test;

@@ -12,16 +12,14 @@ Q_IMPORT_QML_PLUGIN(MindmeterPlugin)
 class Setup : public QObject {
     Q_OBJECT
 public slots:
-    void applicationAvailable()
-    {
+    void applicationAvailable() {
         QLocale::setDefault(QLocale(QLocale::English, QLocale::UnitedStates));
         if (!Symbols::loadFont())
             qFatal("the icon font is not installed");
     }
 };
 
-int main(int argc, char** argv)
-{
+int main(int argc, char** argv) {
     qputenv("QT_QPA_PLATFORM", "offscreen");
     QQuickWindow::setGraphicsApi(QSGRendererInterface::Software);
     QTEST_SET_MAIN_SOURCE_PATH

@@ -3,8 +3,7 @@
 #include <QFile>
 #include <QSet>
 
-AppAliases AppAliases::fromTable(const QByteArray& table)
-{
+AppAliases AppAliases::fromTable(const QByteArray& table) {
     AppAliases aliases;
     for (const QByteArray& rawLine : table.split('\n')) {
         const QByteArray line = rawLine.trimmed();
@@ -26,8 +25,7 @@ AppAliases AppAliases::fromTable(const QByteArray& table)
     return aliases;
 }
 
-const AppAliases& AppAliases::builtIn()
-{
+const AppAliases& AppAliases::builtIn() {
     static const AppAliases table = [] {
         QFile file(QStringLiteral(":/mindmeter/app-aliases.tsv"));
         if (!file.open(QIODevice::ReadOnly))
@@ -37,8 +35,7 @@ const AppAliases& AppAliases::builtIn()
     return table;
 }
 
-std::optional<AppAliases::Alias> AppAliases::find(const QString& linuxName) const
-{
+std::optional<AppAliases::Alias> AppAliases::find(const QString& linuxName) const {
     if (linuxName.isEmpty())
         return std::nullopt;
     const auto it = m_byName.constFind(linuxName.toLower());
@@ -47,8 +44,7 @@ std::optional<AppAliases::Alias> AppAliases::find(const QString& linuxName) cons
     return *it;
 }
 
-QList<AppAliases::Alias> AppAliases::aliases() const
-{
+QList<AppAliases::Alias> AppAliases::aliases() const {
     QList<Alias> result;
     QSet<QString> seen;
     for (const Alias& a : m_byName)

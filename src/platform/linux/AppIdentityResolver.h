@@ -15,8 +15,8 @@
 // table knows it. Unknown applications keep their desktop id.
 class AppIdentityResolver {
 public:
-    AppIdentityResolver(DesktopEntryIndex& entries, const AppAliases& aliases,
-                        qint64 ownPid, QString ownIdentifier, QString procRoot = QStringLiteral("/proc"));
+    AppIdentityResolver(DesktopEntryIndex& entries, const AppAliases& aliases, qint64 ownPid,
+                        QString ownIdentifier, QString procRoot = QStringLiteral("/proc"));
 
     RunningApp resolve(const WindowFacts& window);
 

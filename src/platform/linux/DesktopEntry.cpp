@@ -3,8 +3,7 @@
 #include <QStringList>
 
 std::optional<DesktopEntry> DesktopEntry::parse(const QString& id, const QByteArray& text,
-                                                const QStringList& languages)
-{
+                                                const QStringList& languages) {
     DesktopEntry entry;
     entry.id = id;
     bool inMainGroup = false;
@@ -49,8 +48,7 @@ std::optional<DesktopEntry> DesktopEntry::parse(const QString& id, const QByteAr
     return entry;
 }
 
-QStringList DesktopEntry::userLanguages()
-{
+QStringList DesktopEntry::userLanguages() {
     QString locale;
     for (const char* var : {"LC_ALL", "LC_MESSAGES", "LANG"}) {
         locale = qEnvironmentVariable(var);

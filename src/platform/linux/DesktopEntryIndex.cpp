@@ -13,12 +13,9 @@ constexpr qint64 maxEntryBytes = 256 * 1024;
 
 DesktopEntryIndex::DesktopEntryIndex(QStringList dataDirs, QStringList languages)
     : m_dataDirs(std::move(dataDirs))
-    , m_languages(std::move(languages))
-{
-}
+    , m_languages(std::move(languages)) {}
 
-QStringList DesktopEntryIndex::defaultDataDirs()
-{
+QStringList DesktopEntryIndex::defaultDataDirs() {
     QString home = qEnvironmentVariable("XDG_DATA_HOME");
     if (home.isEmpty())
         home = QDir::homePath() + QStringLiteral("/.local/share");
@@ -27,19 +24,17 @@ QStringList DesktopEntryIndex::defaultDataDirs()
     if (system.isEmpty())
         system = QStringLiteral("/usr/local/share:/usr/share");
     dirs += system.split(u':', Qt::SkipEmptyParts);
-    for (const QString& extra :
-         {home + QStringLiteral("/flatpak/exports/share"),
-          QStringLiteral("/var/lib/flatpak/exports/share"), QStringLiteral("/var/lib/snapd/desktop")})
+    for (const QString& extra : {home + QStringLiteral("/flatpak/exports/share"),
+                                 QStringLiteral("/var/lib/flatpak/exports/share"),
+                                 QStringLiteral("/var/lib/snapd/desktop")})
         if (!dirs.contains(extra))
             dirs.append(extra);
     return dirs;
 }
 
-void DesktopEntryIndex::scanIfStale(bool missed)
-{
+void DesktopEntryIndex::scanIfStale(bool missed) {
     const QDateTime now = QDateTime::currentDateTimeUtc();
-    if (m_scannedAt.isValid() &&
-        (!missed || m_scannedAt.secsTo(now) < rescanAfterMissSeconds))
+    if (m_scannedAt.isValid() && (!missed || m_scannedAt.secsTo(now) < rescanAfterMissSeconds))
         return;
     m_scannedAt = now;
     m_byId.clear();
@@ -59,7 +54,8 @@ void DesktopEntryIndex::scanIfStale(bool missed)
             QFile file(path);
             if (file.size() > maxEntryBytes || !file.open(QIODevice::ReadOnly))
                 continue;
-            std::optional<DesktopEntry> entry = DesktopEntry::parse(id, file.readAll(), m_languages);
+            std::optional<DesktopEntry> entry =
+                DesktopEntry::parse(id, file.readAll(), m_languages);
             if (!entry)
                 continue;
             m_byId.insert(key, *entry); // a hidden entry still shadows later ones
@@ -69,8 +65,7 @@ void DesktopEntryIndex::scanIfStale(bool missed)
     }
 }
 
-std::optional<DesktopEntry> DesktopEntryIndex::byId(const QString& id)
-{
+std::optional<DesktopEntry> DesktopEntryIndex::byId(const QString& id) {
     if (id.isEmpty())
         return std::nullopt;
     for (bool missed : {false, true}) {
@@ -82,8 +77,7 @@ std::optional<DesktopEntry> DesktopEntryIndex::byId(const QString& id)
     return std::nullopt;
 }
 
-std::optional<DesktopEntry> DesktopEntryIndex::byStartupWMClass(const QString& wmClass)
-{
+std::optional<DesktopEntry> DesktopEntryIndex::byStartupWMClass(const QString& wmClass) {
     if (wmClass.isEmpty())
         return std::nullopt;
     scanIfStale(false);

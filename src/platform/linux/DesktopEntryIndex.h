@@ -29,7 +29,7 @@ private:
 
     QStringList m_dataDirs;
     QStringList m_languages;
-    QHash<QString, DesktopEntry> m_byId;        // lower-cased id
-    QHash<QString, DesktopEntry> m_byWMClass;   // lower-cased StartupWMClass
+    QHash<QString, DesktopEntry> m_byId;      // lower-cased id
+    QHash<QString, DesktopEntry> m_byWMClass; // lower-cased StartupWMClass
     QDateTime m_scannedAt;
 };

@@ -3,8 +3,7 @@
 #include <QDBusConnection>
 
 LogindWakeWatcher::LogindWakeWatcher(QObject* parent)
-    : QObject(parent)
-{
+    : QObject(parent) {
     QDBusConnection bus = QDBusConnection::systemBus();
     if (!bus.isConnected())
         return;
@@ -13,8 +12,7 @@ LogindWakeWatcher::LogindWakeWatcher(QObject* parent)
                 this, SLOT(prepareForSleep(bool)));
 }
 
-void LogindWakeWatcher::prepareForSleep(bool sleeping)
-{
+void LogindWakeWatcher::prepareForSleep(bool sleeping) {
     if (!sleeping)
         emit didWake();
 }

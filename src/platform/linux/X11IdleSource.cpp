@@ -7,14 +7,13 @@
 
 X11IdleSource::X11IdleSource(xcb_connection_t* connection, quint32 root)
     : m_connection(connection)
-    , m_root(root)
-{
+    , m_root(root) {}
+
+X11IdleSource::~X11IdleSource() {
+    xcb_disconnect(m_connection);
 }
 
-X11IdleSource::~X11IdleSource() { xcb_disconnect(m_connection); }
-
-std::unique_ptr<X11IdleSource> X11IdleSource::open(QString* error)
-{
+std::unique_ptr<X11IdleSource> X11IdleSource::open(QString* error) {
     int screen = 0;
     xcb_connection_t* c = xcb_connect(nullptr, &screen);
     if (xcb_connection_has_error(c)) {
@@ -36,8 +35,7 @@ std::unique_ptr<X11IdleSource> X11IdleSource::open(QString* error)
     return std::unique_ptr<X11IdleSource>(new X11IdleSource(c, it.data->root));
 }
 
-double X11IdleSource::secondsSinceLastInput() const
-{
+double X11IdleSource::secondsSinceLastInput() const {
     xcb_screensaver_query_info_reply_t* reply = xcb_screensaver_query_info_reply(
         m_connection, xcb_screensaver_query_info(m_connection, m_root), nullptr);
     if (!reply)

@@ -12,16 +12,13 @@ Q_LOGGING_CATEGORY(lcX11, "mindmeter.x11")
 
 namespace {
 
-template <typename T>
-struct FreeDeleter {
+template <typename T> struct FreeDeleter {
     void operator()(T* p) const { std::free(p); }
 };
-template <typename T>
-using XcbReply = std::unique_ptr<T, FreeDeleter<T>>;
+template <typename T> using XcbReply = std::unique_ptr<T, FreeDeleter<T>>;
 
 // WM_CLASS and similar: NUL-separated strings.
-QStringList splitNul(const QByteArray& bytes)
-{
+QStringList splitNul(const QByteArray& bytes) {
     QStringList parts;
     for (const QByteArray& p : bytes.split('\0'))
         if (!p.isEmpty())
@@ -33,8 +30,7 @@ QStringList splitNul(const QByteArray& bytes)
 
 X11Workspace::X11Workspace(xcb_connection_t* connection, int screen, AppIdentityResolver& resolver)
     : m_connection(connection)
-    , m_resolver(resolver)
-{
+    , m_resolver(resolver) {
     xcb_screen_iterator_t it = xcb_setup_roots_iterator(xcb_get_setup(connection));
     for (int i = 0; i < screen && it.rem; ++i)
         xcb_screen_next(&it);
@@ -55,14 +51,12 @@ X11Workspace::X11Workspace(xcb_connection_t* connection, int screen, AppIdentity
     m_lastActivated = frontmostApplication();
 }
 
-X11Workspace::~X11Workspace()
-{
+X11Workspace::~X11Workspace() {
     m_notifier.reset();
     xcb_disconnect(m_connection);
 }
 
-std::unique_ptr<X11Workspace> X11Workspace::open(AppIdentityResolver& resolver, QString* error)
-{
+std::unique_ptr<X11Workspace> X11Workspace::open(AppIdentityResolver& resolver, QString* error) {
     const QByteArray display = qgetenv("DISPLAY");
     if (display.isEmpty()) {
         if (error)
@@ -82,8 +76,7 @@ std::unique_ptr<X11Workspace> X11Workspace::open(AppIdentityResolver& resolver, 
     return std::unique_ptr<X11Workspace>(new X11Workspace(c, screen, resolver));
 }
 
-bool X11Workspace::connectionBroken() const
-{
+bool X11Workspace::connectionBroken() const {
     if (!xcb_connection_has_error(m_connection))
         return false;
     if (!m_reportedBroken) {
@@ -93,8 +86,7 @@ bool X11Workspace::connectionBroken() const
     return true;
 }
 
-quint32 X11Workspace::atom(const char* name) const
-{
+quint32 X11Workspace::atom(const char* name) const {
     const QString key = QString::fromLatin1(name);
     const auto it = m_atoms.constFind(key);
     if (it != m_atoms.constEnd())
@@ -107,8 +99,8 @@ quint32 X11Workspace::atom(const char* name) const
     return value;
 }
 
-QByteArray X11Workspace::property(quint32 window, quint32 prop, quint32 type, quint32 maxLongs) const
-{
+QByteArray X11Workspace::property(quint32 window, quint32 prop, quint32 type,
+                                  quint32 maxLongs) const {
     if (prop == XCB_ATOM_NONE)
         return {};
     XcbReply<xcb_get_property_reply_t> reply(xcb_get_property_reply(
@@ -120,8 +112,7 @@ QByteArray X11Workspace::property(quint32 window, quint32 prop, quint32 type, qu
     return QByteArray(static_cast<const char*>(xcb_get_property_value(reply.get())), length);
 }
 
-QList<quint32> X11Workspace::windowList(quint32 window, quint32 prop) const
-{
+QList<quint32> X11Workspace::windowList(quint32 window, quint32 prop) const {
     const QByteArray bytes = property(window, prop, XCB_ATOM_ANY, 65536);
     QList<quint32> list;
     for (qsizetype i = 0; i + 4 <= bytes.size(); i += 4) {
@@ -132,20 +123,17 @@ QList<quint32> X11Workspace::windowList(quint32 window, quint32 prop) const
     return list;
 }
 
-quint32 X11Workspace::activeWindow() const
-{
+quint32 X11Workspace::activeWindow() const {
     const QList<quint32> w = windowList(m_root, atom("_NET_ACTIVE_WINDOW"));
     return w.isEmpty() ? 0 : w.first();
 }
 
-bool X11Workspace::hasActiveWindowSupport() const
-{
+bool X11Workspace::hasActiveWindowSupport() const {
     const QList<quint32> supported = windowList(m_root, atom("_NET_SUPPORTED"));
     return supported.contains(atom("_NET_ACTIVE_WINDOW"));
 }
 
-std::optional<RunningApp> X11Workspace::appForWindow(quint32 window) const
-{
+std::optional<RunningApp> X11Workspace::appForWindow(quint32 window) const {
     if (window == 0 || connectionBroken())
         return std::nullopt;
     const auto cached = m_appsByWindow.constFind(window);
@@ -166,7 +154,8 @@ std::optional<RunningApp> X11Workspace::appForWindow(quint32 window) const
     facts.wmInstance = wmClass.value(0);
     facts.wmClass = wmClass.value(1);
     const quint32 utf8 = atom("UTF8_STRING");
-    facts.gtkApplicationId = QString::fromUtf8(property(subject, atom("_GTK_APPLICATION_ID"), utf8));
+    facts.gtkApplicationId =
+        QString::fromUtf8(property(subject, atom("_GTK_APPLICATION_ID"), utf8));
     facts.kdeDesktopFile =
         QString::fromUtf8(property(subject, atom("_KDE_NET_WM_DESKTOP_FILE"), utf8));
     const QList<quint32> pid = windowList(subject, atom("_NET_WM_PID"));
@@ -177,8 +166,7 @@ std::optional<RunningApp> X11Workspace::appForWindow(quint32 window) const
     return app;
 }
 
-bool X11Workspace::isTaskbarWindow(quint32 window) const
-{
+bool X11Workspace::isTaskbarWindow(quint32 window) const {
     const QList<quint32> types = windowList(window, atom("_NET_WM_WINDOW_TYPE"));
     if (!types.isEmpty() && !types.contains(atom("_NET_WM_WINDOW_TYPE_NORMAL")) &&
         !types.contains(atom("_NET_WM_WINDOW_TYPE_DIALOG")))
@@ -187,15 +175,13 @@ bool X11Workspace::isTaskbarWindow(quint32 window) const
     return !state.contains(atom("_NET_WM_STATE_SKIP_TASKBAR"));
 }
 
-std::optional<RunningApp> X11Workspace::frontmostApplication() const
-{
+std::optional<RunningApp> X11Workspace::frontmostApplication() const {
     if (connectionBroken())
         return std::nullopt;
     return appForWindow(activeWindow());
 }
 
-QList<RunningApp> X11Workspace::runningApplications() const
-{
+QList<RunningApp> X11Workspace::runningApplications() const {
     if (connectionBroken())
         return {};
     const QList<quint32> clients = windowList(m_root, atom("_NET_CLIENT_LIST"));
@@ -214,8 +200,7 @@ QList<RunningApp> X11Workspace::runningApplications() const
     return apps;
 }
 
-void X11Workspace::scheduleEventDrain() const
-{
+void X11Workspace::scheduleEventDrain() const {
     // A reply can pull events off the socket into xcb's queue, where the socket notifier
     // would not see them; look at the queue on the next turn of the event loop.
     if (m_drainScheduled)
@@ -225,8 +210,7 @@ void X11Workspace::scheduleEventDrain() const
                               Qt::QueuedConnection);
 }
 
-void X11Workspace::readEvents()
-{
+void X11Workspace::readEvents() {
     m_drainScheduled = false;
     if (connectionBroken()) {
         m_notifier->setEnabled(false);
@@ -249,8 +233,7 @@ void X11Workspace::readEvents()
         handleActiveWindowChange();
 }
 
-void X11Workspace::handleActiveWindowChange()
-{
+void X11Workspace::handleActiveWindowChange() {
     const std::optional<RunningApp> app = frontmostApplication();
     if (!app)
         return; // the desktop itself, or nothing, is in front: no application came forward

@@ -37,7 +37,8 @@ private slots:
 private:
     X11Workspace(xcb_connection_t* connection, int screen, AppIdentityResolver& resolver);
     quint32 atom(const char* name) const;
-    QByteArray property(quint32 window, quint32 property, quint32 type, quint32 maxLongs = 1024) const;
+    QByteArray property(quint32 window, quint32 property, quint32 type,
+                        quint32 maxLongs = 1024) const;
     QList<quint32> windowList(quint32 window, quint32 property) const;
     quint32 activeWindow() const;
     std::optional<RunningApp> appForWindow(quint32 window) const;
