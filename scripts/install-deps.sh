@@ -21,6 +21,8 @@ packages=(
     # Tests: a private session bus for the desktop-notification tests; real repositories
     # for the repository monitor
     dbus-daemon git
+    # Tests: the fuzz targets (clang with libFuzzer and the sanitizers); benchmarks: callgrind
+    clang-14 libclang-rt-14-dev valgrind
 )
 
 missing=()

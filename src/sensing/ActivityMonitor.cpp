@@ -24,8 +24,7 @@ ActivityMonitor::ActivityMonitor(DayStore& store, Workspace& workspace, IdleSour
     , m_clock(clock)
     , m_multiplier(std::move(multiplier))
     , m_options(std::move(options))
-    , m_sessionStart(clock.now())
-{
+    , m_sessionStart(clock.now()) {
     m_tickTimer.setInterval(m_options.tickIntervalMs);
     connect(&m_tickTimer, &QTimer::timeout, this, &ActivityMonitor::tick);
     connect(&m_store, &DayStore::cachedVelocityChanged, this,
@@ -34,15 +33,15 @@ ActivityMonitor::ActivityMonitor(DayStore& store, Workspace& workspace, IdleSour
             &ActivityMonitor::hourlyDataChanged);
 }
 
-qint64 ActivityMonitor::tokenVelocity() const { return m_store.history().cachedVelocity; }
+qint64 ActivityMonitor::tokenVelocity() const {
+    return m_store.history().cachedVelocity;
+}
 
-QVariantList ActivityMonitor::hourlyData() const
-{
+QVariantList ActivityMonitor::hourlyData() const {
     return m_store.property("cachedHourlyBuckets").toList();
 }
 
-void ActivityMonitor::start()
-{
+void ActivityMonitor::start() {
     m_isTracking = true;
     emit isTrackingChanged();
     connect(&m_workspace, &Workspace::applicationActivated, this, &ActivityMonitor::appActivated,
@@ -52,8 +51,7 @@ void ActivityMonitor::start()
         beginSession(front);
 }
 
-void ActivityMonitor::stop()
-{
+void ActivityMonitor::stop() {
     m_isTracking = false;
     emit isTrackingChanged();
     m_tickTimer.stop();
@@ -63,25 +61,24 @@ void ActivityMonitor::stop()
     m_accumulatedSecs = 0;
 }
 
-void ActivityMonitor::flushAccumulated()
-{
+void ActivityMonitor::flushAccumulated() {
     if (m_currentCategory && m_accumulatedSecs >= 5)
         flush(m_accumulatedSecs / 60.0, *m_currentCategory);
 }
 
-void ActivityMonitor::tick()
-{
+void ActivityMonitor::tick() {
     const double idleSeconds = m_idle.secondsSinceLastInput();
     const double timeout = AppPreferences::idleTimeout(m_defaults);
-    const QDateTime now = m_clock.now();
 
     if (idleSeconds <= timeout) {
         // Only discards time gathered while no category was set.
         if (m_accumulatedSecs > 3600)
             m_accumulatedSecs = 0;
-        if (m_idleStartTime) {
-            const double idleMinutes = double(m_idleStartTime->msecsTo(now)) / 60000.0;
-            m_idleStartTime.reset();
+        if (m_idleStartMs) {
+            // Measured on the elapsed-time clock: a wall clock set during the break does not
+            // lengthen or shorten it, and a sleep of the machine counts as break.
+            const double idleMinutes = double(m_clock.elapsedMs() - *m_idleStartMs) / 60000.0;
+            m_idleStartMs.reset();
             // Breaks of 10 to under 120 minutes earn 30 tokens a minute beyond the first
             // ten, at most 1,800; a night or a weekend earns nothing.
             if (idleMinutes >= 10 && idleMinutes < 120) {
@@ -99,15 +96,14 @@ void ActivityMonitor::tick()
         return;
     }
 
-    if (!m_idleStartTime) {
-        m_idleStartTime = now;
+    if (!m_idleStartMs) {
+        m_idleStartMs = m_clock.elapsedMs();
         flushAccumulated();
         m_accumulatedSecs = 0;
     }
 }
 
-void ActivityMonitor::appActivated(const RunningApp& app)
-{
+void ActivityMonitor::appActivated(const RunningApp& app) {
     // Opening this program's own windows does not end the stay in the previous application.
     if (app.bundleID == m_options.ownBundleID)
         return;
@@ -116,8 +112,7 @@ void ActivityMonitor::appActivated(const RunningApp& app)
     beginSession(app);
 }
 
-void ActivityMonitor::beginSession(const std::optional<RunningApp>& app)
-{
+void ActivityMonitor::beginSession(const std::optional<RunningApp>& app) {
     m_frontApp = app;
     m_sessionStart = m_clock.now();
     m_accumulatedSecs = 0;
@@ -146,26 +141,24 @@ void ActivityMonitor::beginSession(const std::optional<RunningApp>& app)
         Qt::QueuedConnection);
 }
 
-void ActivityMonitor::flush(double minutes, const AppCategory& category)
-{
+void ActivityMonitor::flush(double minutes, const AppCategory& category) {
     if (!m_frontApp || category.tokensPerMinute < 1)
         return;
     const double raw = double(category.tokensPerMinute) * minutes * m_multiplier();
     const qint64 count = std::max<qint64>(qint64(raw), 1);
     const QString bundle =
         m_frontApp->bundleID.isEmpty() ? QStringLiteral("unknown") : m_frontApp->bundleID;
-    const QString name = m_frontApp->localizedName.isEmpty() ? QStringLiteral("Unknown")
-                                                             : m_frontApp->localizedName;
+    const QString name =
+        m_frontApp->localizedName.isEmpty() ? QStringLiteral("Unknown") : m_frontApp->localizedName;
     m_store.addSession(ActivitySession{QUuid::createUuid(), bundle, name, category.tokenType,
                                        Timestamp::fromDateTime(m_sessionStart),
                                        Timestamp::fromDateTime(m_clock.now()), count});
 }
 
-bool ActivityMonitor::isClaudeCodeActive()
-{
-    const QDateTime now = m_clock.now();
-    if (!m_claudeCheckTime || m_claudeCheckTime->secsTo(now) >= m_options.claudeCheckSeconds) {
-        m_claudeCheckTime = now;
+bool ActivityMonitor::isClaudeCodeActive() {
+    const qint64 now = m_clock.elapsedMs();
+    if (!m_claudeCheckMs || now - *m_claudeCheckMs >= qint64(m_options.claudeCheckSeconds) * 1000) {
+        m_claudeCheckMs = now;
         QPointer<ActivityMonitor> self(this);
         std::function<bool()> check = m_options.claudeProcessRunning;
         // The check blocks while the process runs, so it never runs on the main thread; the
@@ -184,8 +177,7 @@ bool ActivityMonitor::isClaudeCodeActive()
     return m_claudeCodeRunning;
 }
 
-bool ActivityMonitor::claudeProcessRunning()
-{
+bool ActivityMonitor::claudeProcessRunning() {
     QProcess pgrep;
     pgrep.setStandardOutputFile(QProcess::nullDevice());
     pgrep.setStandardErrorFile(QProcess::nullDevice());

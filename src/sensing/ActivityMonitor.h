@@ -46,8 +46,7 @@ public:
     // multiplier: the current working mode's factor, read at each conversion.
     ActivityMonitor(DayStore& store, Workspace& workspace, IdleSource& idle,
                     const Defaults& defaults, const Clock& clock,
-                    std::function<double()> multiplier, Options options,
-                    QObject* parent = nullptr);
+                    std::function<double()> multiplier, Options options, QObject* parent = nullptr);
 
     void start();
     void stop();
@@ -99,7 +98,7 @@ private:
     QDateTime m_sessionStart;
     double m_accumulatedSecs = 0;
     std::optional<AppCategory> m_currentCategory;
-    std::optional<QDateTime> m_idleStartTime;
+    std::optional<qint64> m_idleStartMs; // on the clock's elapsed-time scale
     bool m_claudeCodeRunning = false;
-    std::optional<QDateTime> m_claudeCheckTime;
+    std::optional<qint64> m_claudeCheckMs; // on the clock's elapsed-time scale
 };
