@@ -25,6 +25,8 @@ packages=(
     # The Debian package (dpkg-shlibdeps), and the validators the packaging tests run on the
     # installed files: menu entry, metainfo, man page, user unit
     dpkg-dev desktop-file-utils appstream groff-base systemd
+    # Tests: the fuzz targets (clang with libFuzzer and the sanitizers); benchmarks: callgrind
+    clang-14 libclang-rt-14-dev valgrind
 )
 
 missing=()

@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
-# Installs what Mindmeter needs, builds it and runs every test: once in a normal build and
-# once under AddressSanitizer and UndefinedBehaviorSanitizer.
+# Installs what Mindmeter needs, builds it and runs every test: once in a normal build, once
+# under AddressSanitizer and UndefinedBehaviorSanitizer, and a short libFuzzer run of every
+# fuzz target from its committed inputs (scripts/fuzz.sh runs them for longer).
 set -euo pipefail
 root=$(cd "$(dirname "$0")/.." && pwd)
 "$root/scripts/install-deps.sh"
@@ -14,3 +15,7 @@ echo "== Build and test under AddressSanitizer and UBSan"
 ASAN_OPTIONS=detect_leaks=1:abort_on_error=1 UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1 \
     LSAN_OPTIONS="suppressions=$root/tests/support/lsan-suppressions.txt" \
     ctest --test-dir "$root/build-sanitize" --output-on-failure
+
+echo "== Fuzz smoke run (libFuzzer, a few seconds per target)"
+"$root/scripts/build.sh" "$root/build-fuzz" -DMINDMETER_FUZZ=ON -DCMAKE_CXX_COMPILER=clang++-14
+ctest --test-dir "$root/build-fuzz" --output-on-failure

@@ -60,6 +60,35 @@ int CommandLine::track(const QStringList& args) {
 
     Alerts alerts(store, sensors.context(), *defaults, m_clock);
 
+    // Faults of the store are said once, when they begin and when they end; the day is kept
+    // in memory meanwhile and written whole once writing works.
+    SqliteDefaults* db = defaults.get();
+    QObject::connect(&store, &DayStore::writeFailed, [this, db] {
+        std::fprintf(m_err,
+                     "mindmeter: cannot store today's sessions in %s: %s; keeping them in memory "
+                     "and writing them whole as soon as writing works again\n",
+                     qUtf8Printable(db->path()), qUtf8Printable(db->lastError()));
+        std::fflush(m_err);
+    });
+    QObject::connect(&store, &DayStore::writeRestored, [this, &store] {
+        std::fprintf(m_err, "mindmeter: today's sessions are stored again (%lld sessions)\n",
+                     static_cast<long long>(store.sessions().size()));
+        std::fflush(m_err);
+    });
+    QObject::connect(db, &SqliteDefaults::recreated, [this, db, &lock, &sensors] {
+        std::fprintf(m_err, "mindmeter: %s was gone; made it again with today's sessions\n",
+                     qUtf8Printable(db->path()));
+        // The tracking lock went with the folder: take it again, or stop if another tracker
+        // started meanwhile, so no minute is counted twice.
+        QString why;
+        if (!lock.retake(&why)) {
+            std::fprintf(m_err, "mindmeter: stopping: %s\n", qUtf8Printable(why));
+            sensors.stop();
+            QCoreApplication::exit(1);
+        }
+        std::fflush(m_err);
+    });
+
     UnixSignalWatcher signalWatcher({SIGINT, SIGTERM, SIGHUP});
     QObject::connect(&signalWatcher, &UnixSignalWatcher::received, [&] {
         // Stop in the order of starting; what the monitor gathered is stored before the

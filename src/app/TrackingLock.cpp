@@ -1,5 +1,7 @@
 #include "TrackingLock.h"
 
+#include <QCoreApplication>
+
 TrackingLock::TrackingLock(const QString& dataFolder)
     : m_folder(dataFolder)
     , m_lock(dataFolder + QStringLiteral("/tracking.lock")) {
@@ -17,4 +19,20 @@ bool TrackingLock::tryLock(QString* why) {
                    ? QStringLiteral("tracking is already running (process %1)").arg(pid)
                    : QStringLiteral("cannot take the tracking lock in %1").arg(m_folder);
     return false;
+}
+
+bool TrackingLock::retake(QString* why) {
+    qint64 pid = 0;
+    QString host, app;
+    if (m_lock.getLockInfo(&pid, &host, &app)) {
+        if (pid == QCoreApplication::applicationPid())
+            return true; // still ours
+        if (why)
+            *why = QStringLiteral("tracking is already running (process %1)").arg(pid);
+        return false;
+    }
+    // The file is gone: forget it (unlock() would remove only a file still there) and take
+    // a new one.
+    m_lock.unlock();
+    return tryLock(why);
 }

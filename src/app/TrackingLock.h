@@ -13,6 +13,9 @@ public:
     // False, with the reason in *why ("tracking is already running (process 1234)"), when
     // another process holds it or it cannot be taken.
     bool tryLock(QString* why);
+    // Takes the lock again after its file was deleted (with the data folder, say); false
+    // when another process took it meanwhile.
+    bool retake(QString* why);
 
 private:
     QString m_folder;

@@ -30,8 +30,3 @@ inline qint64 checkedTruncate(double d) {
         qFatal("number not representable as a 64-bit integer: %g", d);
     return static_cast<qint64>(d);
 }
-
-// The same additions for values that come from outside (stored days): report instead of trap.
-inline bool addWouldOverflow(qint64 a, qint64 b, qint64* result) {
-    return __builtin_add_overflow(a, b, result);
-}

@@ -167,10 +167,17 @@ std::optional<QList<ActivitySession>> decodeDay(const QByteArray& json) {
     const QJsonArray array = doc.array();
     QList<ActivitySession> sessions;
     sessions.reserve(array.size());
-    qint64 gross = 0;
+    qint64 magnitude = 0;
     for (const QJsonValue& v : array) {
         std::optional<ActivitySession> s = decodeSession(v);
-        if (!s || addWouldOverflow(gross, s->weightedTokens(), &gross))
+        if (!s)
+            return std::nullopt;
+        const qint64 w = s->weightedTokens();
+        if (w > maxDayTokens || w < -maxDayTokens)
+            return std::nullopt;
+        magnitude += w < 0 ? -w : w; // at most twice the cap: no overflow
+
+        if (magnitude > maxDayTokens)
             return std::nullopt;
         sessions.append(std::move(*s));
     }

@@ -16,9 +16,15 @@ namespace SessionCodec {
 QByteArray encodeSession(const ActivitySession& session);
 QByteArray encodeDay(const QList<ActivitySession>& sessions);
 
+// The most weighted tokens a stored day may hold, counting each session's tokens as
+// positive. Far beyond any real day (a day's budget is 25,000), and small enough that 90
+// such days, today's sessions and any ratio of them stay well inside 64 bits.
+inline constexpr qint64 maxDayTokens = qint64(1) << 50;
+
 // Every key must be present with the right type; an unknown token type, a malformed id, a
-// fractional or out-of-range token count fails the whole day. A day whose weighted tokens
-// cannot be summed in 64 bits is refused too, so stored data can never overflow a total.
+// fractional or out-of-range token count fails the whole day. A day holding more than
+// maxDayTokens is refused too, so stored data can never overflow a total, a history sum or a
+// percentage computed from it.
 std::optional<QList<ActivitySession>> decodeDay(const QByteArray& json);
 
 } // namespace SessionCodec

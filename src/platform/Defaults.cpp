@@ -177,8 +177,10 @@ std::optional<QByteArray> Defaults::toData(const QVariant& v) {
 
 bool Defaults::isStorable(const QVariant& v) {
     switch (v.typeId()) {
-    case QMetaType::LongLong:
     case QMetaType::Double:
+        // SQLite keeps a NaN as NULL, which would read back as 0.0: refuse it instead.
+        return !std::isnan(v.toDouble());
+    case QMetaType::LongLong:
     case QMetaType::Bool:
     case QMetaType::QString:
     case QMetaType::QByteArray:

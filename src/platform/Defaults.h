@@ -49,7 +49,7 @@ public:
     static bool toBool(const QVariant& v);
     static std::optional<QString> toString(const QVariant& v);
     static std::optional<QByteArray> toData(const QVariant& v);
-    // True for the five value types a store keeps.
+    // True for the five value types a store keeps; a NaN double is not kept.
     static bool isStorable(const QVariant& v);
 
     // The process-wide database, chosen by the composition root before first use.

@@ -69,15 +69,16 @@ void ActivityMonitor::flushAccumulated() {
 void ActivityMonitor::tick() {
     const double idleSeconds = m_idle.secondsSinceLastInput();
     const double timeout = AppPreferences::idleTimeout(m_defaults);
-    const QDateTime now = m_clock.now();
 
     if (idleSeconds <= timeout) {
         // Only discards time gathered while no category was set.
         if (m_accumulatedSecs > 3600)
             m_accumulatedSecs = 0;
-        if (m_idleStartTime) {
-            const double idleMinutes = double(m_idleStartTime->msecsTo(now)) / 60000.0;
-            m_idleStartTime.reset();
+        if (m_idleStartMs) {
+            // Measured on the elapsed-time clock: a wall clock set during the break does not
+            // lengthen or shorten it, and a sleep of the machine counts as break.
+            const double idleMinutes = double(m_clock.elapsedMs() - *m_idleStartMs) / 60000.0;
+            m_idleStartMs.reset();
             // Breaks of 10 to under 120 minutes earn 30 tokens a minute beyond the first
             // ten, at most 1,800; a night or a weekend earns nothing.
             if (idleMinutes >= 10 && idleMinutes < 120) {
@@ -95,8 +96,8 @@ void ActivityMonitor::tick() {
         return;
     }
 
-    if (!m_idleStartTime) {
-        m_idleStartTime = now;
+    if (!m_idleStartMs) {
+        m_idleStartMs = m_clock.elapsedMs();
         flushAccumulated();
         m_accumulatedSecs = 0;
     }
@@ -155,9 +156,9 @@ void ActivityMonitor::flush(double minutes, const AppCategory& category) {
 }
 
 bool ActivityMonitor::isClaudeCodeActive() {
-    const QDateTime now = m_clock.now();
-    if (!m_claudeCheckTime || m_claudeCheckTime->secsTo(now) >= m_options.claudeCheckSeconds) {
-        m_claudeCheckTime = now;
+    const qint64 now = m_clock.elapsedMs();
+    if (!m_claudeCheckMs || now - *m_claudeCheckMs >= qint64(m_options.claudeCheckSeconds) * 1000) {
+        m_claudeCheckMs = now;
         QPointer<ActivityMonitor> self(this);
         std::function<bool()> check = m_options.claudeProcessRunning;
         // The check blocks while the process runs, so it never runs on the main thread; the

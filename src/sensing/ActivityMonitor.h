@@ -98,7 +98,7 @@ private:
     QDateTime m_sessionStart;
     double m_accumulatedSecs = 0;
     std::optional<AppCategory> m_currentCategory;
-    std::optional<QDateTime> m_idleStartTime;
+    std::optional<qint64> m_idleStartMs; // on the clock's elapsed-time scale
     bool m_claudeCodeRunning = false;
-    std::optional<QDateTime> m_claudeCheckTime;
+    std::optional<qint64> m_claudeCheckMs; // on the clock's elapsed-time scale
 };

@@ -9,6 +9,7 @@
 #include <QPointer>
 #include <QThread>
 
+#include <algorithm>
 #include <cmath>
 
 namespace {
@@ -94,9 +95,11 @@ void NotificationManager::checkThreshold(qint64 totalWeighted) {
     if (!AppPreferences::proAlertIsEnabled(m_defaults))
         return;
     const qint64 percent = AppPreferences::alertThreshold(m_defaults);
-    const qint64 threshold = checkedTruncate(
-        double(percent) * double(AppPreferences::dailyBaseline(m_defaults)) / 100.0);
-    if (threshold > totalWeighted)
+    // Compared as a double: both settings can hold any positive 64-bit value, and a
+    // threshold beyond 64 bits is simply never reached.
+    const double threshold =
+        std::trunc(double(percent) * double(AppPreferences::dailyBaseline(m_defaults)) / 100.0);
+    if (threshold > double(totalWeighted))
         return;
     // The marker is the local day, so it expires by itself at midnight.
     m_defaults.setString(AppPreferences::notifThresholdFiredDate, DayKeys::dayText(m_clock.now()));
@@ -183,7 +186,10 @@ void NotificationManager::scheduleEndOfDayDigest(qint64 totalWeighted) {
         return; // today's digest time has passed; a later call tomorrow schedules again
 
     const qint64 baseline = AppPreferences::dailyBaseline(m_defaults);
-    const qint64 percent = checkedTruncate(double(totalWeighted) / double(baseline) * 100.0);
+    // Capped before the conversion: with a budget of 1 a large day is far past 100 %, and
+    // the verdict is the same above 90 %.
+    const qint64 percent =
+        checkedTruncate(std::min(double(totalWeighted) / double(baseline) * 100.0, 1e6));
     const QString identifier = digestIdentifier(now);
     m_sink.removePending({identifier});
     post(identifier, QStringLiteral("Today: %1 tokens").arg(formatK(totalWeighted)),

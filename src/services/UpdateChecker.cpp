@@ -277,24 +277,29 @@ void UpdateChecker::check(std::function<void(const CheckResult&)> done) {
                 QStringLiteral("the manifest is larger than %1 bytes").arg(maxManifestBytes);
         } else {
             // The status is not looked at: an error page fails because it is not a manifest.
-            const QJsonDocument doc = QJsonDocument::fromJson(*body);
-            const QJsonValue version = doc.object().value(QStringLiteral("version"));
-            if (!doc.isObject() || !version.isString()) {
-                result.error =
-                    QStringLiteral("the answer is not a manifest (a JSON object with a text "
-                                   "\"version\")");
-            } else {
-                result.ok = true;
-                result.version = version.toString();
-                const QJsonValue sha = doc.object().value(QStringLiteral("sha256"));
-                if (sha.isString())
-                    result.sha256 = sha.toString();
-            }
+            result = parseManifest(*body);
         }
         if (result.ok)
             publish(result);
         done(result);
     });
+}
+
+UpdateChecker::CheckResult UpdateChecker::parseManifest(const QByteArray& body) {
+    CheckResult result;
+    const QJsonDocument doc = QJsonDocument::fromJson(body);
+    const QJsonValue version = doc.object().value(QStringLiteral("version"));
+    if (!doc.isObject() || !version.isString()) {
+        result.error = QStringLiteral("the answer is not a manifest (a JSON object with a text "
+                                      "\"version\")");
+        return result;
+    }
+    result.ok = true;
+    result.version = version.toString();
+    const QJsonValue sha = doc.object().value(QStringLiteral("sha256"));
+    if (sha.isString())
+        result.sha256 = sha.toString();
+    return result;
 }
 
 void UpdateChecker::publish(const CheckResult& result) {

@@ -95,6 +95,8 @@ public:
     // "mindmeter_<version>_<arch>.deb", arch as Debian names it (amd64 on x86-64); empty when
     // the version holds anything but letters, digits and . + ~ - (so it cannot name a path).
     static QString packageFileName(const QString& version);
+    // The manifest's fields, or why the body is not a manifest (any size; the caller caps it).
+    static CheckResult parseManifest(const QByteArray& body);
     // MINDMETER_VENDOR_URL when set and not empty, else the build-time default.
     static QString configuredVendorUrl();
     // https anywhere, or http to a loopback host; *reason says why not.

@@ -7,8 +7,12 @@
 // (Gregorian, ASCII digits), in the time zone in force when the name is taken.
 namespace DayKeys {
 
+inline QString dayText(const QDate& day) {
+    return day.toString(QStringLiteral("yyyy-MM-dd"));
+}
+
 inline QString dayText(const QDateTime& when) {
-    return when.toLocalTime().date().toString(QStringLiteral("yyyy-MM-dd"));
+    return dayText(when.toLocalTime().date());
 }
 
 inline QString sessions(const QString& day) {

@@ -36,7 +36,7 @@ DayStore::DayStore(Defaults& defaults, const Clock& clock, Options options, QObj
     , m_defaults(defaults)
     , m_clock(clock)
     , m_calculator(std::make_shared<HistoryCalculator>(defaults)) {
-    m_lastResetDate = startOfToday();
+    m_day = currentDate();
     m_midnightTimer.setSingleShot(true);
     // A coarse timer may fire minutes late over a day-long interval.
     m_midnightTimer.setTimerType(Qt::PreciseTimer);
@@ -62,8 +62,12 @@ DayStore& DayStore::shared() {
     return *store;
 }
 
-QDateTime DayStore::startOfToday() const {
-    return m_clock.now().toLocalTime().date().startOfDay();
+QDate DayStore::currentDate() const {
+    return m_clock.now().toLocalTime().date();
+}
+
+QString DayStore::dayText() const {
+    return DayKeys::dayText(m_day);
 }
 
 // --- Recording ---------------------------------------------------------------------------
@@ -80,6 +84,9 @@ void DayStore::addSessions(const QList<ActivitySession>& sessions) {
 }
 
 void DayStore::record(const QList<ActivitySession>& sessions) {
+    // Past midnight with the timer not yet run (after a sleep, say): the new day begins
+    // before anything is added to the old one.
+    startNewDayIfNeeded();
     for (const ActivitySession& s : sessions) {
         const qint64 w = s.weightedTokens();
         m_sessions.append(s);
@@ -98,10 +105,10 @@ void DayStore::recoverTokens(qint64 amount) {
     QMetaObject::invokeMethod(
         this,
         [this, amount] {
+            startNewDayIfNeeded();
             m_recoveredTokens = std::min(m_grossTokens, checkedAdd(m_recoveredTokens, amount));
             setTotal(std::max<qint64>(m_grossTokens - m_recoveredTokens, 0));
-            m_defaults.setInteger(DayKeys::recovery(DayKeys::dayText(m_clock.now())),
-                                  m_recoveredTokens);
+            noteWrite(m_defaults.setInteger(DayKeys::recovery(dayText()), m_recoveredTokens));
             scheduleHistoryRefresh();
         },
         Qt::QueuedConnection);
@@ -115,23 +122,26 @@ void DayStore::setTotal(qint64 total) {
 // --- Persistence -------------------------------------------------------------------------
 
 void DayStore::persist() {
-    const QString key = DayKeys::sessions(DayKeys::dayText(m_clock.now()));
+    // The day being recorded, not the clock's: a clock set back past midnight must not
+    // write today's sessions over yesterday's.
+    const QString key = DayKeys::sessions(dayText());
     if (m_storedDayUnread) {
         // Today could not be read at start; keep whatever was stored alongside our sessions.
         bool ok = false;
         const QVariant stored = m_defaults.value(key, &ok);
-        if (!ok)
-            return; // still unreadable: keep the day in memory and try again next time
+        if (!ok) {
+            noteWrite(false); // still unreadable: keep the day in memory and try again
+            return;
+        }
         m_storedDayUnread = false;
         if (const auto bytes = Defaults::toData(stored)) {
             if (auto earlier = SessionCodec::decodeDay(*bytes)) {
                 QSet<QUuid> known;
                 for (const ActivitySession& s : m_sessions)
                     known.insert(s.id);
-                const QDateTime dayStart = startOfToday();
                 QList<ActivitySession> merged;
-                for (const ActivitySession& s : *earlier)
-                    if (!known.contains(s.id) && s.startTime.toDateTime() >= dayStart)
+                for (const ActivitySession& s : withoutTheDayBefore(*earlier))
+                    if (!known.contains(s.id))
                         merged.append(s);
                 if (!merged.isEmpty()) {
                     merged.append(m_sessions);
@@ -144,12 +154,40 @@ void DayStore::persist() {
             }
         }
     }
-    // A failed write leaves the day in memory; the next write stores it whole again.
-    m_defaults.setData(key, SessionCodec::encodeDay(m_sessions));
+    // A failed write leaves the day in memory; the next write stores it whole again, with
+    // its recovery (which may have been lost with the store, or failed by itself).
+    bool ok = m_defaults.setData(key, SessionCodec::encodeDay(m_sessions));
+    const QString recoveryKey = DayKeys::recovery(dayText());
+    if (ok && m_recoveredTokens != 0 && m_defaults.integer(recoveryKey) != m_recoveredTokens)
+        ok = m_defaults.setInteger(recoveryKey, m_recoveredTokens);
+    noteWrite(ok);
+}
+
+void DayStore::noteWrite(bool ok) {
+    if (ok != m_writeFailing)
+        return;
+    m_writeFailing = !ok;
+    if (ok)
+        emit writeRestored();
+    else
+        emit writeFailed();
+}
+
+QList<ActivitySession> DayStore::withoutTheDayBefore(const QList<ActivitySession>& sessions) const {
+    QSet<QUuid> before;
+    if (const auto bytes = m_defaults.data(DayKeys::sessions(DayKeys::dayText(m_day.addDays(-1)))))
+        if (const auto day = SessionCodec::decodeDay(*bytes))
+            for (const ActivitySession& s : *day)
+                before.insert(s.id);
+    QList<ActivitySession> kept;
+    for (const ActivitySession& s : sessions)
+        if (!before.contains(s.id))
+            kept.append(s);
+    return kept;
 }
 
 void DayStore::loadToday() {
-    const QString day = DayKeys::dayText(m_clock.now());
+    const QString day = dayText();
     bool ok = false;
     const QVariant stored = m_defaults.value(DayKeys::sessions(day), &ok);
     if (!ok) {
@@ -167,12 +205,10 @@ void DayStore::loadToday() {
         return;
     }
 
-    const Timestamp dayStart = Timestamp::fromDateTime(startOfToday());
-    m_sessions.clear();
-    for (const ActivitySession& s : *decoded)
-        if (s.startTime >= dayStart)
-            m_sessions.append(s);
-    m_recoveredTokens = m_defaults.integer(DayKeys::recovery(day));
+    // Every session stored under the day was recorded on it (a stay that began before
+    // midnight, a sleep, a change of time zone), except copies of the day before that older
+    // versions wrote just after midnight.
+    m_sessions = withoutTheDayBefore(*decoded);
     m_grossTokens = 0;
     m_tokensByType.clear();
     for (const ActivitySession& s : std::as_const(m_sessions)) {
@@ -180,6 +216,10 @@ void DayStore::loadToday() {
         m_tokensByType[s.tokenType] =
             checkedAdd(m_tokensByType.value(s.tokenType, 0), s.weightedTokens());
     }
+    // Recovery is never more than the day earned; a stored value from outside is brought
+    // into range, so the total cannot overflow.
+    m_recoveredTokens = std::clamp(m_defaults.integer(DayKeys::recovery(day)),
+                                   -SessionCodec::maxDayTokens, m_grossTokens);
     emit sessionsChanged();
     emit tokensByTypeChanged();
     setTotal(std::max<qint64>(m_grossTokens - m_recoveredTokens, 0));
@@ -213,32 +253,28 @@ void DayStore::clearDay() {
     setTotal(0);
 }
 
+bool DayStore::startNewDayIfNeeded() {
+    // Days are calendar dates and only move forward: a clock set back, or a move to a time
+    // zone where it is still yesterday, keeps recording into the day in progress.
+    const QDate today = currentDate();
+    if (today <= m_day)
+        return false;
+    m_day = today;
+    clearDay();
+    loadToday(); // normally empty; another process may have recorded the new day already
+    scheduleMidnightReset();
+    refreshHistoryNow();
+    return true;
+}
+
 void DayStore::midnightTick() {
-    const QDateTime today = startOfToday();
-    if (today > m_lastResetDate) {
-        m_lastResetDate = today;
-        clearDay();
-        scheduleMidnightReset();
-        refreshHistoryNow();
-    } else {
-        scheduleMidnightReset(); // fired early
-    }
+    if (!startNewDayIfNeeded())
+        scheduleMidnightReset(); // fired early, or the clock went back
 }
 
 void DayStore::handleWake() {
     QMetaObject::invokeMethod(
-        this,
-        [this] {
-            const QDateTime today = startOfToday();
-            if (today <= m_lastResetDate)
-                return;
-            m_lastResetDate = today;
-            clearDay();
-            loadToday();
-            scheduleMidnightReset();
-            refreshHistoryNow();
-        },
-        Qt::QueuedConnection);
+        this, [this] { startNewDayIfNeeded(); }, Qt::QueuedConnection);
 }
 
 void DayStore::resetForDebug() {
@@ -246,7 +282,7 @@ void DayStore::resetForDebug() {
         this,
         [this] {
             clearDay();
-            m_defaults.remove(DayKeys::recovery(DayKeys::dayText(m_clock.now())));
+            m_defaults.remove(DayKeys::recovery(dayText()));
             m_storedDayUnread = false; // the reset is meant to discard the stored day
             persist();
             refreshHistoryNow();
@@ -286,7 +322,10 @@ void DayStore::refreshHistoryNow() {
 }
 
 void DayStore::startHistoryComputation(Snapshot snap) {
-    const QDateTime now = m_clock.now();
+    // With the clock behind the day being recorded, the history is drawn as of that day.
+    QDateTime now = m_clock.now();
+    if (now.toLocalTime().date() < m_day)
+        now = m_day.startOfDay();
     std::shared_ptr<HistoryCalculator> calculator = m_calculator;
     // The destructor waits for the pool, so the store outlives every running computation;
     // a result posted to a store deleted meanwhile is discarded with its queued event.

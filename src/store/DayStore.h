@@ -69,7 +69,11 @@ public:
     const QMap<TokenType, qint64>& tokensByType() const { return m_tokensByType; }
     qint64 recoveredTokens() const { return m_recoveredTokens; }
     qint64 grossTokens() const { return m_grossTokens; }
-    QDateTime lastResetDate() const { return m_lastResetDate; }
+    // The local calendar day being recorded, and its start.
+    QDate day() const { return m_day; }
+    QDateTime lastResetDate() const { return m_day.startOfDay(); }
+    // True from a failed write of today until the next write that succeeds.
+    bool writesFailing() const { return m_writeFailing; }
     const HistoryResult& history() const { return m_history; }
 
     double contextSaturation() const;
@@ -102,6 +106,11 @@ signals:
     void endOfDayDigestRequested(qint64 totalWeighted);
     // After a computation's results have been published.
     void historyPublished();
+    // The first write of today that failed (disk full, store read-only, ...): the day is
+    // kept in memory and written whole with every later change. Then the first write that
+    // succeeded again.
+    void writeFailed();
+    void writeRestored();
 
 private slots:
     void midnightTick();
@@ -114,14 +123,19 @@ private:
 
     void record(const QList<ActivitySession>& sessions);
     void persist();
+    void noteWrite(bool ok);
     void loadToday();
+    // Sessions minus copies of ones stored under the day before.
+    QList<ActivitySession> withoutTheDayBefore(const QList<ActivitySession>& sessions) const;
+    bool startNewDayIfNeeded();
     void scheduleMidnightReset();
     void clearDay();
     void startHistoryComputation(Snapshot snapshot);
     void publishHistory(HistoryResult result);
     void setTotal(qint64 total);
     Snapshot snapshot() const { return {m_totalWeighted, m_sessions}; }
-    QDateTime startOfToday() const;
+    QDate currentDate() const;
+    QString dayText() const;
 
     QVariantList sessionsVariant() const;
     QVariantMap tokensByTypeVariant() const;
@@ -142,12 +156,13 @@ private:
     QMap<TokenType, qint64> m_tokensByType;
     qint64 m_recoveredTokens = 0;
     qint64 m_grossTokens = 0;
-    QDateTime m_lastResetDate;
+    QDate m_day;
     HistoryResult m_history;
 
     // Set when today's stored day could not be read: the next write first merges in what
     // was stored, so an unreadable moment never overwrites the day.
     bool m_storedDayUnread = false;
+    bool m_writeFailing = false;
 
     QTimer m_midnightTimer;
     QTimer m_historyDebounce;

@@ -8,6 +8,9 @@
 
 #include <sqlite3.h>
 
+#include <cerrno>
+#include <cstring>
+
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -55,10 +58,13 @@ bool ensurePrivateFolder(const QString& folder, QString* error) {
 }
 
 // SQLite creates files with the process umask; create the database first so that it, and
-// the -wal and -shm files that copy its permissions, are private from the start.
+// the -wal and -shm files that copy its permissions, are private from the start. A file that
+// exists is left as it is: one the user made read-only is still opened, for reading.
 bool ensurePrivateFile(const QString& path, QString* error) {
     const QByteArray native = QFile::encodeName(path);
-    const int fd = ::open(native.constData(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
+    const int fd = ::open(native.constData(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, 0600);
+    if (fd < 0 && errno == EEXIST)
+        return true;
     if (fd < 0) {
         if (error)
             *error = QStringLiteral("cannot open %1: %2")
@@ -69,26 +75,8 @@ bool ensurePrivateFile(const QString& path, QString* error) {
     return true;
 }
 
-} // namespace
-
-SqliteDefaults::SqliteDefaults(sqlite3* db, QString path)
-    : m_db(db)
-    , m_path(std::move(path)) {}
-
-SqliteDefaults::~SqliteDefaults() {
-    for (sqlite3_stmt* s : m_statements)
-        sqlite3_finalize(s);
-    sqlite3_close_v2(m_db);
-}
-
-QString SqliteDefaults::defaultPath() {
-    QString base = qEnvironmentVariable("XDG_DATA_HOME");
-    if (base.isEmpty() || !QDir::isAbsolutePath(base))
-        base = QDir::homePath() + QStringLiteral("/.local/share");
-    return base + QStringLiteral("/mindmeter/mindmeter.sqlite3");
-}
-
-std::unique_ptr<SqliteDefaults> SqliteDefaults::open(const QString& path, QString* error) {
+// Opens and sets up a connection to the database at path, creating it when needed.
+sqlite3* openConnection(const QString& path, QString* error) {
     const bool inMemory = path == QLatin1String(":memory:");
     if (!inMemory) {
         if (!ensurePrivateFolder(QFileInfo(path).absolutePath(), error) ||
@@ -97,6 +85,7 @@ std::unique_ptr<SqliteDefaults> SqliteDefaults::open(const QString& path, QStrin
     }
 
     sqlite3* db = nullptr;
+    // READWRITE falls back to reading only when the file is write-protected.
     const int flags = SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE | SQLITE_OPEN_NOMUTEX;
     const int rc = sqlite3_open_v2(QFile::encodeName(path).constData(), &db, flags, nullptr);
     if (rc != SQLITE_OK) {
@@ -111,6 +100,7 @@ std::unique_ptr<SqliteDefaults> SqliteDefaults::open(const QString& path, QStrin
 
     // WAL lets the command line read while the app writes; NORMAL sync keeps every commit
     // atomic across crashes (only a power cut can undo the last few commits, never corrupt).
+    // On a write-protected file the table is there already and nothing here writes.
     const char* setup = "PRAGMA journal_mode=WAL;"
                         "PRAGMA synchronous=NORMAL;"
                         "CREATE TABLE IF NOT EXISTS defaults("
@@ -127,14 +117,96 @@ std::unique_ptr<SqliteDefaults> SqliteDefaults::open(const QString& path, QStrin
         sqlite3_close_v2(db);
         return nullptr;
     }
+    return db;
+}
 
+// The device and inode of the file at path; {0, 0} when there is none.
+std::pair<quint64, quint64> fileIdentity(const QString& path) {
+    struct stat st {};
+    if (::stat(QFile::encodeName(path).constData(), &st) != 0)
+        return {0, 0};
+    return {quint64(st.st_dev), quint64(st.st_ino)};
+}
+
+} // namespace
+
+SqliteDefaults::SqliteDefaults(sqlite3* db, QString path)
+    : m_db(db)
+    , m_path(std::move(path)) {
+    if (m_path != QLatin1String(":memory:"))
+        m_identity = fileIdentity(m_path);
+}
+
+SqliteDefaults::~SqliteDefaults() {
+    closeConnection();
+}
+
+void SqliteDefaults::closeConnection() {
+    for (sqlite3_stmt*& s : m_statements) {
+        sqlite3_finalize(s);
+        s = nullptr;
+    }
+    sqlite3_close_v2(m_db);
+    m_db = nullptr;
+}
+
+QString SqliteDefaults::defaultPath() {
+    QString base = qEnvironmentVariable("XDG_DATA_HOME");
+    if (base.isEmpty() || !QDir::isAbsolutePath(base))
+        base = QDir::homePath() + QStringLiteral("/.local/share");
+    return base + QStringLiteral("/mindmeter/mindmeter.sqlite3");
+}
+
+std::unique_ptr<SqliteDefaults> SqliteDefaults::open(const QString& path, QString* error) {
+    sqlite3* db = openConnection(path, error);
+    if (!db)
+        return nullptr;
     std::unique_ptr<SqliteDefaults> store(new SqliteDefaults(db, path));
     if (!store->prepare()) {
         if (error)
-            *error = QStringLiteral("cannot use %1: %2").arg(path, store->lastError());
+            *error = QStringLiteral("cannot use %1: %2").arg(path, store->m_lastError);
         return nullptr;
     }
     return store;
+}
+
+bool SqliteDefaults::ensureWritableConnection() {
+    if (m_path == QLatin1String(":memory:"))
+        return true;
+    // A data folder deleted (or a file replaced) while the program runs leaves this
+    // connection on an unlinked file, where every write would vanish: open the file at the
+    // path again, making it anew if need be. After a failed write the connection is opened
+    // again too, so one that found the file write-protected sees it writable once it is.
+    const std::pair<quint64, quint64> identity = fileIdentity(m_path);
+    if (identity == m_identity && identity.second != 0 && !m_reopenBeforeWrite)
+        return true;
+    const bool madeAgain = identity.second == 0 || identity != m_identity;
+    QString error;
+    sqlite3* db = openConnection(m_path, &error);
+    if (!db) {
+        m_lastError = error;
+        m_reopenBeforeWrite = true;
+        return false; // the old connection stays, for reading
+    }
+    closeConnection();
+    m_db = db;
+    if (!prepare()) {
+        m_reopenBeforeWrite = true;
+        return false;
+    }
+    m_identity = fileIdentity(m_path);
+    m_reopenBeforeWrite = false;
+    if (madeAgain) {
+        QMetaObject::invokeMethod(
+            this,
+            [this] {
+                if (m_watcher)
+                    m_watcher->addPaths({m_path, m_path + QStringLiteral("-wal")});
+                emit recreated();
+            },
+            Qt::QueuedConnection);
+    }
+    return true;
 }
 
 bool SqliteDefaults::prepare() {
@@ -159,6 +231,11 @@ QString SqliteDefaults::lastError() const {
 
 QVariant SqliteDefaults::value(const QString& key, bool* ok) const {
     QMutexLocker lock(&m_mutex);
+    if (!m_db) {
+        if (ok)
+            *ok = false;
+        return {};
+    }
     sqlite3_stmt* s = statement(SelectValue);
     StatementScope scope{s};
     const QByteArray k = key.toUtf8();
@@ -196,6 +273,8 @@ bool SqliteDefaults::setValue(const QString& key, const QVariant& value) {
         return false;
     {
         QMutexLocker lock(&m_mutex);
+        if (!ensureWritableConnection())
+            return false;
         sqlite3_stmt* s = statement(Upsert);
         StatementScope scope{s};
         const QByteArray k = key.toUtf8();
@@ -231,6 +310,7 @@ bool SqliteDefaults::setValue(const QString& key, const QVariant& value) {
         sqlite3_bind_int64(s, 4, qint64(revision >> 1));
         if (sqlite3_step(s) != SQLITE_DONE) {
             m_lastError = QString::fromUtf8(sqlite3_errmsg(m_db));
+            m_reopenBeforeWrite = true;
             return false;
         }
     }
@@ -241,12 +321,15 @@ bool SqliteDefaults::setValue(const QString& key, const QVariant& value) {
 bool SqliteDefaults::remove(const QString& key) {
     {
         QMutexLocker lock(&m_mutex);
+        if (!ensureWritableConnection())
+            return false;
         sqlite3_stmt* s = statement(Delete);
         StatementScope scope{s};
         const QByteArray k = key.toUtf8();
         sqlite3_bind_text(s, 1, k.constData(), int(k.size()), SQLITE_STATIC);
         if (sqlite3_step(s) != SQLITE_DONE) {
             m_lastError = QString::fromUtf8(sqlite3_errmsg(m_db));
+            m_reopenBeforeWrite = true;
             return false;
         }
     }
@@ -256,6 +339,8 @@ bool SqliteDefaults::remove(const QString& key) {
 
 QStringList SqliteDefaults::keys() const {
     QMutexLocker lock(&m_mutex);
+    if (!m_db)
+        return {};
     sqlite3_stmt* s = statement(SelectKeys);
     StatementScope scope{s};
     QStringList result;
@@ -268,6 +353,8 @@ QStringList SqliteDefaults::keys() const {
 
 quint64 SqliteDefaults::revision(const QString& key) const {
     QMutexLocker lock(&m_mutex);
+    if (!m_db)
+        return 0;
     sqlite3_stmt* s = statement(SelectRevision);
     StatementScope scope{s};
     const QByteArray k = key.toUtf8();
@@ -279,6 +366,8 @@ quint64 SqliteDefaults::revision(const QString& key) const {
 
 qint64 SqliteDefaults::dataVersion() const {
     QMutexLocker lock(&m_mutex);
+    if (!m_db)
+        return -1;
     sqlite3_stmt* s = statement(DataVersion);
     StatementScope scope{s};
     return sqlite3_step(s) == SQLITE_ROW ? sqlite3_column_int64(s, 0) : -1;

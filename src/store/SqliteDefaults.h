@@ -5,6 +5,7 @@
 #include <QMutex>
 
 #include <memory>
+#include <utility>
 
 class QFileSystemWatcher;
 struct sqlite3;
@@ -14,7 +15,11 @@ struct sqlite3_stmt;
 // (the tray app and the command line) may read and write it at once; SQLite's locking keeps
 // every write whole, and a busy database is waited for rather than failed.
 //
-// One connection, used from any thread under a mutex.
+// One connection, used from any thread under a mutex. Before each write it checks that the
+// file at its path is still the one it has open: if the data folder was deleted or the file
+// replaced, it opens (and if need be creates) the file at the path again, and announces it
+// with recreated(). After a failed write (disk full, file write-protected) the next write
+// opens the file again as well.
 class SqliteDefaults final : public Defaults {
     Q_OBJECT
 public:
@@ -22,7 +27,8 @@ public:
 
     // Opens (creating when needed) the database at path; ":memory:" gives a private
     // in-memory store. A new file is made readable by its owner only, in a folder only its
-    // owner may enter. On failure returns null and says why in *error.
+    // owner may enter; a write-protected file is opened for reading, and writes to it fail.
+    // On failure returns null and says why in *error.
     static std::unique_ptr<SqliteDefaults> open(const QString& path, QString* error = nullptr);
 
     // $XDG_DATA_HOME/mindmeter/mindmeter.sqlite3, or ~/.local/share/mindmeter/... when unset.
@@ -42,8 +48,17 @@ public:
     // The last SQLite error message, for the command line to report.
     QString lastError() const;
 
+signals:
+    // The file had gone from its path (its folder deleted, say) and was made again; it holds
+    // only what was written since. Emitted on this object's thread.
+    void recreated();
+
 private:
     SqliteDefaults(sqlite3* db, QString path);
+    // Called under the mutex before every write; false, with m_lastError set, when no
+    // connection to the file at the path can be had.
+    bool ensureWritableConnection();
+    void closeConnection();
     void checkExternalChange();
     qint64 dataVersion() const;
     bool prepare();
@@ -56,4 +71,7 @@ private:
     sqlite3_stmt* m_statements[6] = {};
     QFileSystemWatcher* m_watcher = nullptr;
     qint64 m_seenDataVersion = -1;
+    // The device and inode of the file this connection has open.
+    std::pair<quint64, quint64> m_identity{0, 0};
+    bool m_reopenBeforeWrite = false;
 };

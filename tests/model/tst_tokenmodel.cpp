@@ -204,7 +204,7 @@ void TokenModelTest::jsonRoundTrip() {
          TokenType::input,
          {1e9},
          {1e9 + 1e-6},
-         std::numeric_limits<qint64>::min() / 2},
+         -SessionCodec::maxDayTokens / 2}, // large and negative, within what a day may hold
     };
     const std::optional<QList<ActivitySession>> back =
         SessionCodec::decodeDay(SessionCodec::encodeDay(day));
@@ -275,10 +275,19 @@ void TokenModelTest::rejectsMalformedDays_data() {
     QTest::newRow("truncated") << QByteArray("[" + ok.left(40));
     QTest::newRow("element not object") << QByteArray("[1]");
     QTest::newRow("empty") << QByteArray();
-    // Each session fits, but the day's sum would not.
-    const QByteArray big =
-        QByteArray(ok).replace("\"rawTokens\":3", "\"rawTokens\":4611686018427387903");
-    QTest::newRow("sum beyond 64 bits") << QByteArray("[" + big + "," + big + "," + big + "]");
+    // A day holds at most 2^50 weighted tokens, however they are signed, so that sums over
+    // the history and ratios of them can never overflow.
+    QVERIFY(SessionCodec::decodeDay(with("\"rawTokens\":3", "\"rawTokens\":1125899906842624")));
+    QTest::newRow("one session over the cap")
+        << with("\"rawTokens\":3", "\"rawTokens\":1125899906842625");
+    const QByteArray half =
+        QByteArray(ok).replace("\"rawTokens\":3", "\"rawTokens\":562949953421313");
+    QTest::newRow("the day's sum over the cap") << QByteArray("[" + half + "," + half + "]");
+    const QByteArray negative =
+        QByteArray(ok).replace("\"rawTokens\":3", "\"rawTokens\":-562949953421313");
+    QTest::newRow("negative counts over the cap") << QByteArray("[" + half + "," + negative + "]");
+    QTest::newRow("the most negative count")
+        << with("\"rawTokens\":3", "\"rawTokens\":-9223372036854775808");
 }
 
 void TokenModelTest::rejectsMalformedDays() {

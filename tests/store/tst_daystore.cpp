@@ -46,14 +46,15 @@ private slots:
     void init();
     void ledgerTotalsAndRecovery();
     void emptyBatchWritesNothing();
-    void loadKeepsOnlyTodaysSessions();
+    void loadDropsOnlyCopiesOfTheDayBefore();
     void recoveryWithoutSessionsIsNotLoaded();
     void corruptDayIsSetAsideAndReplaced();
     void unreadableDayIsMergedNotOverwritten();
     void midnightAcrossDaylightSaving_data();
     void midnightAcrossDaylightSaving();
     void earlyTimerOnlyRearms();
-    void writeAfterMidnightLandsUnderNewDay();
+    void recordAfterMidnightStartsTheNewDay();
+    void outsideRecoveryIsBroughtIntoRange();
     void wake();
     void developerReset();
     void overflowIsFatal();
@@ -125,18 +126,26 @@ void DayStoreTest::emptyBatchWritesNothing() {
     QVERIFY(m_db->keys().isEmpty());
 }
 
-void DayStoreTest::loadKeepsOnlyTodaysSessions() {
+void DayStoreTest::loadDropsOnlyCopiesOfTheDayBefore() {
     FakeClock clock(local(2026, 5, 30, 0, 5));
+    const ActivitySession yesterdays =
+        makeSession(TokenType::reasoning, 100, local(2026, 5, 29, 22));
+    m_db->setData("mindmeter.sessions.2026-05-29", SessionCodec::encodeDay({yesterdays}));
     const QList<ActivitySession> day = {
-        makeSession(TokenType::reasoning, 100, local(2026, 5, 29, 23, 50)), // yesterday's
-        makeSession(TokenType::output, 10, local(2026, 5, 30, 0, 0)),       // at midnight
+        // Older versions copied the day before into the new day just after midnight.
+        yesterdays,
+        // A stay that began before midnight and was recorded after it belongs here: it is
+        // stored nowhere else.
+        makeSession(TokenType::input, 7, local(2026, 5, 29, 23, 50)),
+        makeSession(TokenType::output, 10, local(2026, 5, 30, 0, 0)),
         makeSession(TokenType::output, 5, local(2026, 5, 30, 0, 2)),
     };
     m_db->setData("mindmeter.sessions.2026-05-30", SessionCodec::encodeDay(day));
     DayStore store(*m_db, clock);
-    QCOMPARE(store.sessions().size(), 2);
-    QCOMPARE(store.grossTokens(), qint64(30));
-    QCOMPARE(store.tokensByType(), (QMap<TokenType, qint64>{{TokenType::output, 30}}));
+    QCOMPARE(store.sessions(), day.mid(1));
+    QCOMPARE(store.grossTokens(), qint64(37));
+    QCOMPARE(store.tokensByType(),
+             (QMap<TokenType, qint64>{{TokenType::output, 30}, {TokenType::input, 7}}));
 }
 
 void DayStoreTest::recoveryWithoutSessionsIsNotLoaded() {
@@ -240,21 +249,48 @@ void DayStoreTest::earlyTimerOnlyRearms() {
     QVERIFY(qAbs(store.midnightTimerRemaining() - 60 * 1000) < 2000);
 }
 
-void DayStoreTest::writeAfterMidnightLandsUnderNewDay() {
+void DayStoreTest::recordAfterMidnightStartsTheNewDay() {
     FakeClock clock(local(2026, 5, 30, 23, 59));
     DayStore store(*m_db, clock);
     store.addSession(makeSession(TokenType::output, 1, clock.now()));
     settle();
-    // Past midnight, before the timer has run: the whole list goes under the new key.
+    // Past midnight, before the timer has run (it is late after a sleep, say): the new day
+    // begins first, so yesterday's sessions are neither copied into it nor lost from it.
     clock.set(local(2026, 5, 31, 0, 0).addSecs(30));
-    store.addSession(makeSession(TokenType::output, 2, clock.now()));
+    const ActivitySession late = makeSession(TokenType::output, 2, clock.now());
+    store.addSession(late);
     settle();
+    QCOMPARE(store.lastResetDate(), local(2026, 5, 31));
+    QCOMPARE(store.sessions(), QList<ActivitySession>{late});
+    QCOMPARE(store.totalWeighted(), qint64(4));
     QCOMPARE(SessionCodec::decodeDay(*m_db->data("mindmeter.sessions.2026-05-30"))->size(), 1);
-    QCOMPARE(SessionCodec::decodeDay(*m_db->data("mindmeter.sessions.2026-05-31"))->size(), 2);
-    // Reloading the new day drops the session that began yesterday.
+    QCOMPARE(*SessionCodec::decodeDay(*m_db->data("mindmeter.sessions.2026-05-31")),
+             QList<ActivitySession>{late});
+    QVERIFY(qAbs(store.midnightTimerRemaining() - (24 * 3600 - 30) * 1000) < 2000);
     DayStore reloaded(*m_db, clock);
-    QCOMPARE(reloaded.sessions().size(), 1);
-    QCOMPARE(reloaded.grossTokens(), qint64(4));
+    QCOMPARE(reloaded.sessions(), QList<ActivitySession>{late});
+}
+
+void DayStoreTest::outsideRecoveryIsBroughtIntoRange() {
+    // `defaults write` can store any integer as a day's recovery. Loaded, it is held between
+    // a negative bound and the day's gross, so the total stays in range and later recovery
+    // cannot overflow.
+    FakeClock clock(local(2026, 5, 30, 10));
+    m_db->setData("mindmeter.sessions.2026-05-30",
+                  SessionCodec::encodeDay({makeSession(TokenType::reasoning, 10, clock.now())}));
+    m_db->setInteger("mindmeter.recovery.2026-05-30", std::numeric_limits<qint64>::max());
+    {
+        DayStore store(*m_db, clock);
+        QCOMPARE(store.recoveredTokens(), qint64(30));
+        QCOMPARE(store.totalWeighted(), qint64(0));
+        store.recoverTokens(1800);
+        settle();
+        QCOMPARE(store.recoveredTokens(), qint64(30));
+    }
+    m_db->setInteger("mindmeter.recovery.2026-05-30", std::numeric_limits<qint64>::min());
+    DayStore store(*m_db, clock);
+    QCOMPARE(store.recoveredTokens(), -SessionCodec::maxDayTokens);
+    QCOMPARE(store.totalWeighted(), 30 + SessionCodec::maxDayTokens);
 }
 
 void DayStoreTest::wake() {

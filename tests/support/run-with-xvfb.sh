@@ -29,10 +29,17 @@ unset WAYLAND_DISPLAY XDG_SESSION_TYPE
 
 openbox --sm-disable >"$work/openbox.log" 2>&1 &
 wm=$!
-# The window manager is ready once it announces itself on the root window.
-for _ in $(seq 100); do
-    xprop -root _NET_SUPPORTING_WM_CHECK 2>/dev/null | grep -q 'window id' && break
+# The window manager is ready once it announces itself on the root window. On a busy
+# machine that can take several seconds; without it no test can see an active window.
+ready=
+for _ in $(seq 300); do
+    xprop -root _NET_SUPPORTING_WM_CHECK 2>/dev/null | grep -q 'window id' && ready=1 && break
     sleep 0.1
 done
+if [ -z "$ready" ]; then
+    echo "run-with-xvfb: the window manager did not start" >&2
+    cat "$work/openbox.log" >&2
+    exit 1
+fi
 
 "$@"

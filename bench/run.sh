@@ -1,0 +1,71 @@
+#!/usr/bin/env bash
+# Regenerates the table of docs/benchmarks.md: builds the benchmarks, runs each, and prints
+# the table in Markdown. With --update it also writes the table into docs/benchmarks.md,
+# between the "table" markers.
+#
+#   bench/run.sh [--update] [BUILD_DIR]        (BUILD_DIR defaults to build)
+#
+# Wall-clock figures are the middle of three runs; instruction counts come from one run under
+# callgrind, which does not depend on how busy the machine is. The whole run takes a few
+# minutes (most of it the file-watch benchmark's tree of 200,000 files).
+set -euo pipefail
+root=$(cd "$(dirname "$0")/.." && pwd)
+update=
+if [ "${1:-}" = --update ]; then
+    update=1
+    shift
+fi
+build=${1:-$root/build}
+"$root/scripts/build.sh" "$build"
+work=$(mktemp -d)
+trap 'rm -rf "$work"' EXIT
+
+# The middle of three numbers.
+middle() { printf '%s\n' "$@" | sort -g | sed -n 2p; }
+
+for i in 1 2 3; do
+    "$build/bench/bench_loop" >"$work/loop$i"
+    "$build/bench/bench_history" >"$work/history$i"
+done
+(cd "$work" && valgrind --tool=callgrind --instr-atstart=no --callgrind-out-file=cg.%p \
+    "$build/bench/bench_loop" >/dev/null 2>&1)
+# Instructions of one callgrind phase, divided by its repetitions.
+per() {
+    local total
+    total=$(grep -l "Client Request: $1\$" "$work"/cg.* | xargs grep -m1 '^summary:' | awk '{print $2}')
+    awk -v t="$total" -v n="$2" 'BEGIN { printf "%\047.0f", t / n }'
+}
+"$build/bench/bench_file_watch" >"$work/watch"
+
+m() { # middle of three runs of one figure: m FILEBASE LINE-PATTERN NUMBER-LABEL
+    middle "$(grep "$2" "$work/${1}1" | grep -oE "$3 [0-9.]+" | grep -oE '[0-9.]+$')" \
+        "$(grep "$2" "$work/${1}2" | grep -oE "$3 [0-9.]+" | grep -oE '[0-9.]+$')" \
+        "$(grep "$2" "$work/${1}3" | grep -oE "$3 [0-9.]+" | grep -oE '[0-9.]+$')"
+}
+
+table=$(cat <<TABLE
+| What | Figure | Measured by |
+|---|---|---|
+| Tick in an application that earns nothing (no session stored) | $(per tick-no-session 6000) instructions, $(m loop 'no session' 'session:') µs | \`bench_loop\` |
+| Tick over an eight-hour day in an editor (every sixth stores a session and writes the day, 0 → 480 sessions) | $(per tick-working-day 2880) instructions, $(m loop 'working day' 'stored\):') µs | \`bench_loop\` |
+| Working-mode engine tick | $(per engine-tick 6000) instructions, $(m loop 'engine tick' 'tick:') µs | \`bench_loop\` |
+| Activation to stored session (the stay closed, its session recorded, a day of ~600 sessions written) | $(per switch 200) instructions; median $(m loop 'switch' 'median') µs, p95 $(m loop 'switch' 'p95') µs | \`bench_loop\` |
+| History refresh at one year, cold (365 days × 400 sessions, nothing decoded yet) | median $(m history 'cold' 'median') ms | \`bench_history\` |
+| History refresh at one year, warm (one more session today) | median $(m history 'warm' 'median') ms, p95 $(m history 'warm' 'p95') ms | \`bench_history\` |
+| Persist: \`addSession\` with the write of the whole day (400 → 600 sessions) | median $(m history 'addSession' 'median') ms, p95 $(m history 'addSession' 'p95') ms | \`bench_history\` |
+| File watcher start-up: walk and watches of 20,000 folders | $(grep -oE '[0-9]+ ms wall' "$work/watch" | head -1), $(grep -oE '[0-9]+ ms CPU' "$work/watch" | head -1) | \`bench_file_watch\` |
+| File watcher: CPU per save seen | $(grep -oE '[0-9.]+ us per save' "$work/watch" | head -1) | \`bench_file_watch\` |
+| File watcher: \`modifiedWithin(45)\` over 10,000 remembered changes | $(grep -oE 'median [0-9.]+ ms' "$work/watch" | head -1) | \`bench_file_watch\` |
+TABLE
+)
+echo "$table"
+
+if [ -n "$update" ]; then
+    doc="$root/docs/benchmarks.md"
+    awk -v table="$table" '
+        /<!-- table: begin -->/ { print; print table; skip = 1; next }
+        /<!-- table: end -->/ { skip = 0 }
+        !skip { print }' "$doc" >"$work/doc"
+    cp "$work/doc" "$doc"
+    echo "docs/benchmarks.md updated"
+fi

@@ -1,0 +1,17 @@
+// The summary line of `git diff --shortstat` and the answer of `git rev-parse HEAD` come from
+// a child process. The line count must stay within its cap whatever git prints, so a commit
+// session can never carry a day's sums towards overflow.
+
+#include "sensing/GitCommand.h"
+
+#include <cstdlib>
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+    const QString text = QString::fromUtf8(reinterpret_cast<const char*>(data), qsizetype(size));
+    const qint64 lines = GitCommand::sumChangedLines(text);
+    if (lines < 0 || lines > (qint64(1) << 40))
+        std::abort();
+    if (GitCommand::isCommitHash(text) && text.size() != 40 && text.size() != 64)
+        std::abort();
+    return 0;
+}

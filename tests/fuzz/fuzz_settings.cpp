@@ -1,0 +1,86 @@
+// The settings store's typed reads convert whatever a key holds into the type asked for (a
+// string read as a number, a double as an integer, ...), and any value can be stored by a
+// hand-edited database or `defaults write`. The first byte of the input picks the stored
+// type, the rest is the value. Conversions must not crash or invoke undefined behaviour,
+// numbers must survive their text form, and the SQLite store must give back exactly what
+// it accepted.
+
+#include "store/SqliteDefaults.h"
+
+#include <cmath>
+#include <cstdlib>
+#include <cstring>
+
+namespace {
+
+QVariant valueFrom(const uint8_t* data, size_t size) {
+    const auto* bytes = reinterpret_cast<const char*>(data + 1);
+    const qsizetype n = qsizetype(size - 1);
+    switch (data[0] % 6) {
+    case 0: {
+        qint64 v = 0;
+        std::memcpy(&v, bytes, std::min<size_t>(size - 1, sizeof v));
+        return QVariant::fromValue(v);
+    }
+    case 1: {
+        double v = 0;
+        std::memcpy(&v, bytes, std::min<size_t>(size - 1, sizeof v));
+        return QVariant::fromValue(v);
+    }
+    case 2:
+        return QVariant::fromValue(n > 0 && (bytes[0] & 1));
+    case 3:
+        return QString::fromUtf8(bytes, n);
+    case 4:
+        return QString(reinterpret_cast<const QChar*>(bytes), n / 2);
+    default:
+        return QByteArray(bytes, n);
+    }
+}
+
+} // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+    if (size == 0)
+        return 0;
+    const QVariant v = valueFrom(data, size);
+    const qint64 asInteger = Defaults::toInteger(v);
+    const double asReal = Defaults::toReal(v);
+    (void)Defaults::toBool(v);
+    const std::optional<QString> asString = Defaults::toString(v);
+    (void)Defaults::toData(v);
+
+    // A number written out as text reads back as the same number.
+    if (v.typeId() == QMetaType::LongLong && Defaults::toInteger(*asString) != asInteger)
+        std::abort();
+    if (v.typeId() == QMetaType::Double && std::isfinite(asReal) &&
+        Defaults::toReal(*asString) != asReal)
+        std::abort();
+
+    static const std::unique_ptr<SqliteDefaults> db =
+        SqliteDefaults::open(QStringLiteral(":memory:"));
+    const QString key = QStringLiteral("mindmeter.fuzz");
+    // Only a NaN is refused (SQLite would keep it as NULL).
+    const bool nan = v.typeId() == QMetaType::Double && std::isnan(asReal);
+    if (db->setValue(key, v) == nan)
+        std::abort();
+    if (nan)
+        return 0;
+    const QVariant back = db->value(key);
+    if (back.typeId() != v.typeId())
+        std::abort();
+    // Compare the bits of doubles: -0.0 must stay -0.0.
+    if (v.typeId() == QMetaType::Double) {
+        const double a = v.toDouble(), b = back.toDouble();
+        if (std::memcmp(&a, &b, sizeof a) != 0)
+            std::abort();
+    } else if (v.typeId() == QMetaType::QString) {
+        // Text is stored as UTF-8: an unpaired surrogate comes back as U+FFFD, nothing else
+        // changes.
+        if (back.toString() != QString::fromUtf8(v.toString().toUtf8()))
+            std::abort();
+    } else if (back != v) {
+        std::abort();
+    }
+    return 0;
+}

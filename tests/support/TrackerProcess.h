@@ -1,0 +1,86 @@
+#pragma once
+
+#include <QByteArray>
+#include <QDir>
+#include <QElapsedTimer>
+#include <QProcess>
+#include <QString>
+
+#include <functional>
+
+// `mindmeter track` as a child process, over a data folder and a home folder of the test's
+// own, with a short tick. Run on the test's private X server (support/run-with-xvfb.sh).
+class TrackerProcess {
+public:
+    TrackerProcess(const QString& executable, const QString& root)
+        : m_executable(executable)
+        , m_root(root) {}
+
+    QString dataFolder() const { return m_root + QStringLiteral("/data/mindmeter"); }
+    QString databasePath() const { return dataFolder() + QStringLiteral("/mindmeter.sqlite3"); }
+
+    QProcessEnvironment environment() const {
+        QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+        env.insert(QStringLiteral("XDG_DATA_HOME"), m_root + QStringLiteral("/data"));
+        // Application identities come from the built-in alias table alone.
+        env.insert(QStringLiteral("XDG_DATA_DIRS"), m_root + QStringLiteral("/no-entries"));
+        env.insert(QStringLiteral("HOME"), m_root + QStringLiteral("/home"));
+        env.insert(QStringLiteral("TZ"), QStringLiteral("UTC"));
+        return env;
+    }
+
+    // Runs in the child between fork and exec (to limit it, say).
+    void setChildSetup(std::function<void()> setup) { m_setup = std::move(setup); }
+
+    void start(int tickMs) {
+        QDir().mkpath(m_root + QStringLiteral("/home"));
+        m_process = std::make_unique<QProcess>();
+        m_process->setProcessEnvironment(environment());
+        if (m_setup)
+            m_process->setChildProcessModifier(m_setup);
+        m_said.clear();
+        m_process->start(m_executable, {QStringLiteral("track"), QStringLiteral("--tick-ms"),
+                                        QString::number(tickMs)});
+    }
+
+    // Waits until the tracker says it is tracking; false if it ends or takes over 30 s.
+    bool waitUntilTracking() {
+        QElapsedTimer t;
+        t.start();
+        while (!said().contains("mindmeter: tracking")) {
+            if (m_process->state() == QProcess::NotRunning || t.elapsed() > 30000)
+                return false;
+            m_process->waitForReadyRead(50);
+        }
+        return true;
+    }
+
+    // Waits until stderr holds `text`; false after timeoutMs.
+    bool waitForMessage(const QByteArray& text, int timeoutMs = 30000) {
+        QElapsedTimer t;
+        t.start();
+        while (!said().contains(text)) {
+            if (t.elapsed() > timeoutMs)
+                return false;
+            m_process->waitForReadyRead(50);
+        }
+        return true;
+    }
+
+    // Everything the tracker wrote to stderr so far.
+    QByteArray said() {
+        if (m_process)
+            m_said += m_process->readAllStandardError();
+        return m_said;
+    }
+
+    qint64 pid() const { return m_process ? m_process->processId() : 0; }
+    QProcess& process() { return *m_process; }
+
+private:
+    QString m_executable;
+    QString m_root;
+    std::function<void()> m_setup;
+    std::unique_ptr<QProcess> m_process;
+    QByteArray m_said;
+};
