@@ -218,7 +218,7 @@ private:
     qint64 m_awayTicks = 0;
     qint64 m_tickCount = 0;
     std::optional<QString> m_lastUrl;
-    int m_codeSaves = 0, m_docSaves = 0, m_files_made = 0;
+    int m_codeSaves = 0, m_docSaves = 0, m_filesMade = 0;
     qint64 m_commitLines = 0;
 };
 
@@ -265,7 +265,7 @@ void MonthTest::initTestCase() {
     m_spotlight->start();
     m_engine->start();
     m_time = std::make_unique<VirtualTime>(*m_clock, *m_store);
-    // The engine ticks first, as its timer was started... its mode is what the monitor reads.
+    // The engine ticks before the monitor: the mode it publishes is what the monitor reads.
     m_time->addTicker(m_engine.get());
     m_time->addTicker(m_monitor.get());
 }
@@ -343,19 +343,19 @@ void MonthTest::scanTick(const QDateTime& now) {
     const double multiplier = m_front->multiplier;
     if (m_codeSaves > 0) {
         for (int i = 0; i < m_codeSaves; ++i)
-            m_files->save(m_repo + QStringLiteral("/src/module%1.py").arg(++m_files_made));
+            m_files->save(m_repo + QStringLiteral("/src/module%1.py").arg(++m_filesMade));
         record("code saves", TokenType::reasoning,
                qint64(std::trunc(double(m_codeSaves) * 15.0 * multiplier)), now.addSecs(-30));
     }
     if (m_docSaves > 0) {
         for (int i = 0; i < m_docSaves; ++i)
-            m_files->save(m_dir.filePath(QStringLiteral("home/notes%1.md").arg(++m_files_made)));
+            m_files->save(m_dir.filePath(QStringLiteral("home/notes%1.md").arg(++m_filesMade)));
         record("doc saves", TokenType::output,
                std::max<qint64>(qint64(std::trunc(double(m_docSaves) * 8.0 * multiplier)), 1),
                now.addSecs(-30));
     }
     if (m_commitLines > 0) {
-        QFile f(m_repo + QStringLiteral("/src/change%1.py").arg(++m_files_made));
+        QFile f(m_repo + QStringLiteral("/src/change%1.py").arg(++m_filesMade));
         QVERIFY(f.open(QIODevice::WriteOnly));
         for (qint64 i = 0; i < m_commitLines; ++i)
             f.write("x = " + QByteArray::number(i) + "\n");
