@@ -5,8 +5,9 @@
 #
 #   bench/tray_footprint.sh [BUILD_DIR] [IDLE_MINUTES]
 #
-# Prints resident memory after start-up (dashboard never opened), after opening and closing
-# the dashboard, and the CPU seconds each process used over IDLE_MINUTES (default 10).
+# Prints the time from launch to the tray icon (three runs), resident memory after start-up
+# (dashboard never opened), after opening and closing the dashboard, and the CPU seconds each
+# process used over IDLE_MINUTES (default 10).
 set -euo pipefail
 build=$(cd "${1:-build}" && pwd)
 minutes=${2:-10}
@@ -39,6 +40,15 @@ dbus-run-session -- bash -c '
     sleep 1
     trayer --edge top --align right --widthtype pixel --width 200 --height 24 >/dev/null 2>&1 &
     sleep 1
+    # Start-up: from launching to the tray icon being there, three times.
+    for run in 1 2 3; do
+        t0=$(date +%s%N)
+        "$build/src/mindmeter" >/dev/null 2>&1 &
+        first=$!
+        xdotool search --sync --classname "^mindmeter$" >/dev/null
+        echo "start-up to the tray icon: $(( ($(date +%s%N) - t0) / 1000000 )) ms"
+        kill $first; wait $first 2>/dev/null; sleep 1
+    done
     workrave >/dev/null 2>&1 &
     workrave=$!
     "$build/src/mindmeter" >"$work/mindmeter.log" 2>&1 &
