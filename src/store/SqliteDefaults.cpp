@@ -308,14 +308,19 @@ bool SqliteDefaults::setValue(const QString& key, const QVariant& value) {
         // shared counter for two processes to contend on.
         const quint64 revision = QRandomGenerator::global()->generate64() | 1u;
         sqlite3_bind_int64(s, 4, qint64(revision >> 1));
-        if (sqlite3_step(s) != SQLITE_DONE) {
-            m_lastError = QString::fromUtf8(sqlite3_errmsg(m_db));
-            m_reopenBeforeWrite = true;
-            return false;
-        }
+        if (sqlite3_step(s) != SQLITE_DONE)
+            return writeFailed();
     }
     emit valueChanged(key);
     return true;
+}
+
+bool SqliteDefaults::writeFailed() {
+    // Keeps SQLite's reason, and opens the file again before the next write: it may have
+    // been replaced, or become writable.
+    m_lastError = QString::fromUtf8(sqlite3_errmsg(m_db));
+    m_reopenBeforeWrite = true;
+    return false;
 }
 
 bool SqliteDefaults::remove(const QString& key) {
@@ -327,11 +332,8 @@ bool SqliteDefaults::remove(const QString& key) {
         StatementScope scope{s};
         const QByteArray k = key.toUtf8();
         sqlite3_bind_text(s, 1, k.constData(), int(k.size()), SQLITE_STATIC);
-        if (sqlite3_step(s) != SQLITE_DONE) {
-            m_lastError = QString::fromUtf8(sqlite3_errmsg(m_db));
-            m_reopenBeforeWrite = true;
-            return false;
-        }
+        if (sqlite3_step(s) != SQLITE_DONE)
+            return writeFailed();
     }
     emit valueChanged(key);
     return true;

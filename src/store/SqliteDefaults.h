@@ -60,6 +60,7 @@ private:
     bool ensureWritableConnection();
     void closeConnection();
     void checkExternalChange();
+    bool writeFailed(); // always false; called with the mutex held
     qint64 dataVersion() const;
     bool prepare();
     sqlite3_stmt* statement(int index) const;

@@ -13,25 +13,15 @@
 #include "store/DayStore.h"
 #include "store/SqliteDefaults.h"
 
+#include "FuzzSupport.h"
+
 #include <QCoreApplication>
 
 #include <cstdio>
 #include <cstdlib>
 
-namespace {
-
-class NullSink final : public NotificationSink {
-public:
-    void requestAuthorization(std::function<void(bool)> completion) override { completion(true); }
-    void add(const NotificationRequest&) override {}
-    void removePending(const QStringList&) override {}
-};
-
-} // namespace
-
 extern "C" int LLVMFuzzerInitialize(int* argc, char*** argv) {
-    setenv("TZ", "UTC", 1);
-    static QCoreApplication app(*argc, *argv);
+    initializeFuzzApplication(argc, argv);
     return 0;
 }
 
