@@ -18,6 +18,8 @@ packages=(
     # Tests: time-zone rules for the daylight-saving cases; an X server, a window manager,
     # windows and input for the desktop tests
     tzdata xvfb openbox xdotool xterm x11-utils qml6-module-qttest
+    # Tests: a real Chromium writing its session log
+    chromium
     # Tests: a private session bus for the notification and status-item tests; real
     # repositories for the repository monitor; QtSvg to render the status item's icon files;
     # an XEmbed system tray for the tray-icon fallback

@@ -1,7 +1,9 @@
 #include "Sensors.h"
 
+#include "platform/CompositeTabSource.h"
 #include "platform/linux/AppAliases.h"
 #include "platform/linux/AppIdentityResolver.h"
+#include "platform/linux/ChromiumTabSource.h"
 #include "platform/linux/DesktopEntryIndex.h"
 #include "platform/linux/FirefoxTabSource.h"
 #include "platform/linux/InotifyFileChangeIndex.h"
@@ -71,7 +73,10 @@ bool Sensors::create(Options options, QString* error) {
     m_spotlight = std::make_unique<SpotlightMonitor>(m_store, *m_files, multiplier, m_clock,
                                                      spotlightOptions);
 
-    m_tabs = std::make_unique<FirefoxTabSource>();
+    m_firefox = std::make_unique<FirefoxTabSource>();
+    m_chromium = std::make_unique<ChromiumTabSource>();
+    m_tabs = std::make_unique<CompositeTabSource>(
+        QList<BrowserTabSource*>{m_firefox.get(), m_chromium.get()});
     BrowserAITracker::Options browserOptions;
     browserOptions.pollIntervalMs = scaled(browserOptions.pollIntervalMs);
     m_browser = std::make_unique<BrowserAITracker>(m_store, *m_workspace, *m_tabs, m_defaults,

@@ -12,6 +12,8 @@ class Clock;
 class DayStore;
 class Defaults;
 class DesktopEntryIndex;
+class ChromiumTabSource;
+class CompositeTabSource;
 class FirefoxTabSource;
 class InotifyFileChangeIndex;
 class SessionContextEngine;
@@ -61,6 +63,8 @@ private:
     QThread m_fileThread; // the file-change index reads its events here
     InotifyFileChangeIndex* m_files = nullptr;
     std::unique_ptr<SpotlightMonitor> m_spotlight;
-    std::unique_ptr<FirefoxTabSource> m_tabs;
+    std::unique_ptr<FirefoxTabSource> m_firefox;
+    std::unique_ptr<ChromiumTabSource> m_chromium;
+    std::unique_ptr<CompositeTabSource> m_tabs; // reads through the two above; goes first
     std::unique_ptr<BrowserAITracker> m_browser;
 };

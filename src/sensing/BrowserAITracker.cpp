@@ -3,7 +3,6 @@
 #include "model/ActivitySession.h"
 #include "model/AppPreferences.h"
 
-#include <QScopeGuard>
 #include <QUuid>
 
 #include <algorithm>
@@ -100,6 +99,7 @@ void BrowserAITracker::start() {
 
 void BrowserAITracker::stop() {
     m_timer.stop();
+    ++m_round; // an answer still on its way is for a run that has ended
     m_lastURL.reset();
     m_waitingForOnboarding = false;
 }
@@ -116,16 +116,22 @@ void BrowserAITracker::probeForPermission() {
 }
 
 void BrowserAITracker::poll() {
-    // Asking a browser can spin the event loop; never start a second poll inside one.
+    // One question at a time: the source may answer later, or spin the event loop.
     if (m_pollInFlight)
         return;
-    m_pollInFlight = true;
-    const auto done = qScopeGuard([this] { m_pollInFlight = false; });
-
     const std::optional<RunningApp> front = m_workspace.frontmostApplication();
     if (!front || front->bundleID.isEmpty() || !m_tabs.canAsk(*front))
         return; // only the application in front is ever asked
-    const std::optional<QString> url = m_tabs.activeTabURL(*front);
+    m_pollInFlight = true;
+    const quint64 round = m_round;
+    m_tabs.requestActiveTabURL(*front, this, [this, round](std::optional<QString> url) {
+        m_pollInFlight = false;
+        if (round == m_round) // not stopped since the question was asked
+            handleAnswer(url);
+    });
+}
+
+void BrowserAITracker::handleAnswer(const std::optional<QString>& url) {
     if (!url || url->isEmpty()) {
         m_lastURL.reset(); // coming back to the same page later counts again
         return;

@@ -17,10 +17,10 @@
 // front-application tracking can only see as time in a browser.
 //
 // Every poll interval it asks the tab source for the address of the front browser's active
-// tab; a new address on a known meeting or AI site adds one small fixed session. Staying
-// on one page records it once; an empty answer (no window, no access) forgets the address,
-// so coming back to the page counts again. Everything runs on the object's thread (the
-// main thread).
+// tab (a source may read it on another thread and answer later); a new address on a known
+// meeting or AI site adds one small fixed session. Staying on one page records it once; an empty
+// answer (no window, no access) forgets the address, so coming back to the page counts again.
+// Everything runs on the object's thread (the main thread).
 //
 // The consent probe: start() runs it at once, except on a first launch, where it waits for
 // the onboarding to finish. The application connects the onboarding's
@@ -68,6 +68,7 @@ private slots:
 
 private:
     void probeForPermission();
+    void handleAnswer(const std::optional<QString>& url);
     void processURL(const QString& url);
     void record(const QString& bundlePrefix, const Site& site, TokenType type, qint64 tokens);
 
@@ -81,4 +82,5 @@ private:
     bool m_waitingForOnboarding = false;
     std::optional<QString> m_lastURL;
     bool m_pollInFlight = false;
+    quint64 m_round = 0; // counts stop()s
 };

@@ -36,7 +36,16 @@ public:
         return url;
     }
     void probeForPermission(const QList<RunningApp>& running) override { probes.append(running); }
+    // With `holdAnswers`, answers as a source reading on another thread does: later.
+    void requestActiveTabURL(const RunningApp& front, QObject* context, Reply reply) override {
+        if (!holdAnswers)
+            return BrowserTabSource::requestActiveTabURL(front, context, std::move(reply));
+        asked.append(front);
+        held.append([reply, answer = url] { reply(answer); });
+    }
 
+    bool holdAnswers = false;
+    QList<std::function<void()>> held;
     std::optional<QString> url;
     QList<RunningApp> asked;
     QList<QList<RunningApp>> probes;
@@ -62,6 +71,7 @@ private slots:
     void pollInsideAPollDoesNothing();
     void permissionProbeWaitsForOnboarding();
     void stopForgetsTheAddressAndPollsStartOneIntervalLater();
+    void answersComeLater();
 
 private:
     void poll(const std::optional<QString>& url);
@@ -264,6 +274,25 @@ void BrowserAITrackerTest::stopForgetsTheAddressAndPollsStartOneIntervalLater() 
     QTest::qWait(100);
     QCOMPARE(m_tabs->asked.size(), asked);
     QCOMPARE(m_store->sessions().last().appBundleID, "browser.ai.mistral.ai");
+}
+
+void BrowserAITrackerTest::answersComeLater() {
+    m_tabs->holdAnswers = true;
+    poll(QStringLiteral("https://claude.ai/new"));
+    poll(QStringLiteral("https://claude.ai/new")); // still waiting: not asked again
+    QCOMPARE(m_tabs->asked.size(), 1);
+    QCOMPARE(m_store->sessions().size(), 0);
+    m_tabs->held.takeFirst()();
+    QCOMPARE(m_store->sessions().size(), 1);
+
+    // An answer for a run that has been stopped records nothing.
+    poll(QStringLiteral("https://poe.com/"));
+    m_tracker->stop();
+    m_tabs->held.takeFirst()();
+    QCOMPARE(m_store->sessions().size(), 1);
+    poll(QStringLiteral("https://poe.com/"));
+    m_tabs->held.takeFirst()();
+    QCOMPARE(m_store->sessions().last().appBundleID, "browser.ai.poe.com");
 }
 
 QTEST_GUILESS_MAIN(BrowserAITrackerTest)

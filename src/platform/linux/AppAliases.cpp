@@ -17,7 +17,10 @@ AppAliases AppAliases::fromTable(const QByteArray& table) {
         for (const QByteArray& name : columns[2].simplified().split(' ')) {
             if (name.isEmpty())
                 continue;
-            aliases.m_byName.insert(QString::fromUtf8(name).toLower(), alias);
+            const QString key = QString::fromUtf8(name).toLower();
+            if (aliases.m_byName.contains(key))
+                aliases.m_shadowed.append(key); // the later row wins; a mistake in the table
+            aliases.m_byName.insert(key, alias);
             any = true;
         }
         aliases.m_applications += any;

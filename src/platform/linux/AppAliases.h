@@ -2,6 +2,7 @@
 
 #include <QHash>
 #include <QString>
+#include <QStringList>
 
 #include <optional>
 
@@ -24,9 +25,12 @@ public:
     std::optional<Alias> find(const QString& linuxName) const;
 
     qsizetype applicationCount() const { return m_applications; }
+    // Names given in more than one row (lower-cased); only the last row counts for them.
+    const QStringList& shadowedNames() const { return m_shadowed; }
     QList<Alias> aliases() const;
 
 private:
     QHash<QString, Alias> m_byName;
+    QStringList m_shadowed;
     qsizetype m_applications = 0;
 };

@@ -140,16 +140,18 @@ std::optional<RunningApp> X11Workspace::appForWindow(quint32 window) const {
     if (cached != m_appsByWindow.constEnd())
         return *cached;
 
-    // A dialog without a class of its own belongs to the window it is transient for.
+    // A dialog or other secondary window belongs to the window it is transient for, whatever
+    // class it gives itself (LibreOffice's dialogs say "soffice"); chains are followed a few
+    // steps, never in a circle.
     quint32 subject = window;
-    QStringList wmClass = splitNul(property(subject, XCB_ATOM_WM_CLASS, XCB_ATOM_STRING));
-    if (wmClass.isEmpty()) {
-        const QList<quint32> owner = windowList(window, XCB_ATOM_WM_TRANSIENT_FOR);
-        if (!owner.isEmpty() && owner.first() != 0) {
-            subject = owner.first();
-            wmClass = splitNul(property(subject, XCB_ATOM_WM_CLASS, XCB_ATOM_STRING));
-        }
+    for (int step = 0; step < 4; ++step) {
+        const QList<quint32> owner = windowList(subject, XCB_ATOM_WM_TRANSIENT_FOR);
+        if (owner.isEmpty() || owner.first() == 0 || owner.first() == m_root ||
+            owner.first() == window)
+            break;
+        subject = owner.first();
     }
+    const QStringList wmClass = splitNul(property(subject, XCB_ATOM_WM_CLASS, XCB_ATOM_STRING));
     WindowFacts facts;
     facts.wmInstance = wmClass.value(0);
     facts.wmClass = wmClass.value(1);

@@ -73,6 +73,13 @@ void X11WorkspaceTest::activationsCarryTheApplication() {
     QTest::qWait(300);
     QCOMPARE(activated.size(), count);
     QCOMPARE(m_workspace->frontmostApplication()->localizedName, QString("XTerm"));
+
+    // A dialog with a class of its own (LibreOffice's say "soffice") belongs to its owner.
+    const quint32 dialog = m_windows.openDialog("soffice", "Soffice", m_code);
+    QVERIFY(dialog);
+    X11Windows::activate(dialog);
+    QTRY_COMPARE(activated.last().at(0).value<RunningApp>().bundleID,
+                 QString("com.microsoft.VSCode"));
 }
 
 void X11WorkspaceTest::runningApplications() {
