@@ -70,10 +70,16 @@ struct Window {
     qint64 order = 0; // when the window was last selected or written to
 };
 
+// Replaying costs one step per command plus one per entry a command walks through (closing a
+// window walks the tabs, pruning a history walks its entries). A real log needs a few steps
+// per command; a log that needs more than this is not one, and is given up on.
+constexpr qint64 maxSteps = 16 * 1024 * 1024;
+
 class Replay {
 public:
     void apply(quint8 id, QByteArrayView bytes);
     std::optional<QString> selectedTabURL() const;
+    bool exhausted() const { return m_steps > maxSteps; }
 
 private:
     Tab& tab(qint32 id) {
@@ -92,11 +98,13 @@ private:
     QHash<qint32, Window> m_windows;
     std::optional<qint32> m_activeWindow;
     qint64 m_clock = 0;
+    qint64 m_steps = 0;
 };
 
 void Replay::prune(Tab& t, qint32 index, qint32 count) {
     if (index < 0 || count <= 0)
         return;
+    m_steps += t.navigations.size();
     QMap<qint32, QByteArray> kept;
     for (auto it = t.navigations.cbegin(); it != t.navigations.cend(); ++it) {
         if (it.key() < index)
@@ -108,6 +116,7 @@ void Replay::prune(Tab& t, qint32 index, qint32 count) {
 }
 
 void Replay::apply(quint8 id, QByteArrayView bytes) {
+    ++m_steps;
     Payload p(bytes);
     switch (id) {
     case setTabWindow: {
@@ -149,6 +158,7 @@ void Replay::apply(quint8 id, QByteArrayView bytes) {
     case windowClosed:
         if (const auto w = p.int32()) {
             m_windows.remove(*w);
+            m_steps += m_tabs.size();
             for (auto it = m_tabs.begin(); it != m_tabs.end();)
                 it = it->window == *w ? m_tabs.erase(it) : std::next(it);
         }
@@ -245,6 +255,8 @@ std::optional<QString> SnssSession::selectedTabURL(const QByteArray& file) {
             break;
         const quint8 id = quint8(file.at(pos));
         replay.apply(id, QByteArrayView(file.constData() + pos + 1, size - 1));
+        if (replay.exhausted())
+            return std::nullopt;
         pos += size;
     }
     return replay.selectedTabURL();

@@ -16,6 +16,7 @@ public:
     // The address of the current navigation of the selected tab of the active window. None
     // when the file is not a readable session log (not SNSS, an encrypted version, empty) or
     // names no such tab. A command cut off at the end (the browser is writing) ends the
-    // replay: the commands before it still count.
+    // replay: the commands before it still count. A log that would take far more work to
+    // replay than any real one (millions of steps) is given up on, with no answer.
     static std::optional<QString> selectedTabURL(const QByteArray& file);
 };
