@@ -14,6 +14,34 @@
 #include <QTemporaryDir>
 #include <QTest>
 
+#include <xcb/xcb.h>
+
+namespace {
+
+// A window with WM_CLASS (instance, className), transient for `owner` as a dialog is, on a
+// connection of its own; returns its id once it is shown, 0 on failure.
+quint32 openDialog(xcb_connection_t* c, const QByteArray& instance, const QByteArray& className,
+                   quint32 owner) {
+    if (xcb_connection_has_error(c))
+        return 0;
+    const xcb_screen_t* screen = xcb_setup_roots_iterator(xcb_get_setup(c)).data;
+    const xcb_window_t w = xcb_generate_id(c);
+    xcb_create_window(c, XCB_COPY_FROM_PARENT, w, screen->root, 10, 10, 200, 100, 0,
+                      XCB_WINDOW_CLASS_INPUT_OUTPUT, screen->root_visual, 0, nullptr);
+    const QByteArray wmClass = instance + '\0' + className + '\0';
+    xcb_change_property(c, XCB_PROP_MODE_REPLACE, w, XCB_ATOM_WM_CLASS, XCB_ATOM_STRING, 8,
+                        wmClass.size(), wmClass.constData());
+    xcb_change_property(c, XCB_PROP_MODE_REPLACE, w, XCB_ATOM_WM_TRANSIENT_FOR, XCB_ATOM_WINDOW, 32,
+                        1, &owner);
+    xcb_map_window(c, w);
+    xcb_flush(c);
+    const QString found =
+        X11Windows::xdotool({"search", "--sync", "--classname", "^" + instance + "$"});
+    return found.split(u'\n', Qt::SkipEmptyParts).contains(QString::number(w)) ? w : 0;
+}
+
+} // namespace
+
 class X11WorkspaceTest : public QObject {
     Q_OBJECT
 private slots:
@@ -75,7 +103,9 @@ void X11WorkspaceTest::activationsCarryTheApplication() {
     QCOMPARE(m_workspace->frontmostApplication()->localizedName, QString("XTerm"));
 
     // A dialog with a class of its own (LibreOffice's say "soffice") belongs to its owner.
-    const quint32 dialog = m_windows.openDialog("soffice", "Soffice", m_code);
+    const auto connection = std::unique_ptr<xcb_connection_t, void (*)(xcb_connection_t*)>(
+        xcb_connect(nullptr, nullptr), xcb_disconnect);
+    const quint32 dialog = openDialog(connection.get(), "soffice", "Soffice", m_code);
     QVERIFY(dialog);
     X11Windows::activate(dialog);
     QTRY_COMPARE(activated.last().at(0).value<RunningApp>().bundleID,
