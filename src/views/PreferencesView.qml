@@ -162,6 +162,19 @@ Pane {
                                 onClicked: view.preferences.menuBarStyle = modelData[1]
                             }
                         }
+                        RowLayout {
+                            Layout.fillWidth: true
+                            TextLabel { text: "Show the count"; size: 12; Layout.fillWidth: true }
+                            ComboBox {
+                                objectName: "countPlacement"
+                                readonly property var values: ["automatic", "beside", "inIcon"]
+                                model: ["Automatically", "Beside the icon", "In the icon"]
+                                currentIndex: values.indexOf(view.preferences.countPlacement)
+                                onActivated: index => view.preferences.countPlacement = values[index]
+                                implicitWidth: 150
+                            }
+                        }
+                        Help { text: "Some panels draw no text beside icons; there the count is drawn into the icon. Choose here if the panel is guessed wrong." }
                     }
                 }
             }

@@ -1,5 +1,6 @@
 #include "model/AppPreferences.h"
 #include "model/AppVersion.h"
+#include "model/OnboardingNote.h"
 #include "store/SqliteDefaults.h"
 
 #include <QTest>
@@ -15,6 +16,8 @@ private slots:
     void idleTimeout_data();
     void idleTimeout();
     void menuBarStyleMatchesExactly();
+    void onboardingNoteNamesWhatTheSessionNeeds_data();
+    void onboardingNoteNamesWhatTheSessionNeeds();
     void endOfDayTime();
     void readsAfreshEveryCall();
     void conversionsBetweenTypes();
@@ -104,6 +107,42 @@ void AppPreferencesTest::menuBarStyleMatchesExactly() {
     QCOMPARE(AppPreferences::menuBarDisplay(*m_db), MenuBarDisplay::iconAndCount);
     QCOMPARE(MenuBarDisplays::fromRawValue(u"countOnly"), MenuBarDisplay::countOnly);
     QCOMPARE(MenuBarDisplays::fromRawValue(u"countonly"), std::nullopt);
+
+    // The count's placement is one of three words; anything else is automatic.
+    QCOMPARE(AppPreferences::countPlacementValue(*m_db), QString("automatic"));
+    m_db->setString(AppPreferences::countPlacement, "inIcon");
+    QCOMPARE(AppPreferences::countPlacementValue(*m_db), QString("inIcon"));
+    m_db->setString(AppPreferences::countPlacement, "Beside");
+    QCOMPARE(AppPreferences::countPlacementValue(*m_db), QString("automatic"));
+}
+
+void AppPreferencesTest::onboardingNoteNamesWhatTheSessionNeeds_data() {
+    QTest::addColumn<QString>("sessionType");
+    QTest::addColumn<QString>("desktop");
+    QTest::addColumn<bool>("extension");
+    QTest::newRow("GNOME on Wayland") << "wayland"
+                                      << "ubuntu:GNOME" << true;
+    QTest::newRow("GNOME on X11") << "x11"
+                                  << "GNOME" << false;
+    QTest::newRow("KDE on Wayland") << "wayland"
+                                    << "KDE" << false;
+    QTest::newRow("Xfce") << "x11"
+                          << "XFCE" << false;
+    QTest::newRow("nothing known") << ""
+                                   << "" << false;
+}
+
+void AppPreferencesTest::onboardingNoteNamesWhatTheSessionNeeds() {
+    QFETCH(QString, sessionType);
+    QFETCH(QString, desktop);
+    QFETCH(bool, extension);
+    const OnboardingNote::Text text = OnboardingNote::forSession(sessionType, desktop);
+    QCOMPARE(
+        text.description.contains("gnome-extensions enable " + OnboardingNote::gnomeExtensionUuid),
+        extension);
+    // The title agrees with the text: nothing is asked where nothing is needed.
+    QCOMPARE(text.title.startsWith("No "), !extension);
+    QVERIFY(!text.description.contains("None"));
 }
 
 void AppPreferencesTest::endOfDayTime() {
