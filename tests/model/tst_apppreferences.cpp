@@ -16,7 +16,6 @@ private slots:
     void idleTimeout_data();
     void idleTimeout();
     void menuBarStyleMatchesExactly();
-    void onboardingNoteNamesWhatTheSessionNeeds_data();
     void onboardingNoteNamesWhatTheSessionNeeds();
     void endOfDayTime();
     void readsAfreshEveryCall();
@@ -116,33 +115,17 @@ void AppPreferencesTest::menuBarStyleMatchesExactly() {
     QCOMPARE(AppPreferences::countPlacementValue(*m_db), QString("automatic"));
 }
 
-void AppPreferencesTest::onboardingNoteNamesWhatTheSessionNeeds_data() {
-    QTest::addColumn<QString>("sessionType");
-    QTest::addColumn<QString>("desktop");
-    QTest::addColumn<bool>("extension");
-    QTest::newRow("GNOME on Wayland") << "wayland"
-                                      << "ubuntu:GNOME" << true;
-    QTest::newRow("GNOME on X11") << "x11"
-                                  << "GNOME" << false;
-    QTest::newRow("KDE on Wayland") << "wayland"
-                                    << "KDE" << false;
-    QTest::newRow("Xfce") << "x11"
-                          << "XFCE" << false;
-    QTest::newRow("nothing known") << ""
-                                   << "" << false;
-}
-
+// Only GNOME under Wayland needs something (the shell extension); the title agrees.
 void AppPreferencesTest::onboardingNoteNamesWhatTheSessionNeeds() {
-    QFETCH(QString, sessionType);
-    QFETCH(QString, desktop);
-    QFETCH(bool, extension);
-    const OnboardingNote::Text text = OnboardingNote::forSession(sessionType, desktop);
-    QCOMPARE(
-        text.description.contains("gnome-extensions enable " + OnboardingNote::gnomeExtensionUuid),
-        extension);
-    // The title agrees with the text: nothing is asked where nothing is needed.
-    QCOMPARE(text.title.startsWith("No "), !extension);
-    QVERIFY(!text.description.contains("None"));
+    for (const auto& [type, desktop, extension] : {std::tuple{"wayland", "ubuntu:GNOME", true},
+                                                   {"x11", "GNOME", false},
+                                                   {"wayland", "KDE", false},
+                                                   {"", "", false}}) {
+        const auto text = OnboardingNote::forSession(type, desktop);
+        QCOMPARE(text.description.contains("gnome-extensions enable mindmeter@mindmeter.app"),
+                 extension);
+        QCOMPARE(text.title.startsWith("No "), !extension);
+    }
 }
 
 void AppPreferencesTest::endOfDayTime() {

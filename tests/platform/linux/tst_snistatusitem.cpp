@@ -393,12 +393,10 @@ void SniStatusItemTest::hostsThatDrawTheLabel_data() {
         << QStringList{"gnome-shell"} << false << "KDE" << true;
     QTest::newRow("Ayatana indicators")
         << QStringList{"ayatana-indicat"} << false << "MATE" << true;
-    QTest::newRow("Unity's service name") << QStringList{} << true << "" << true;
     QTest::newRow("Xfce's tray") << QStringList{"panel-1-systray"} << false << "XFCE" << false;
     QTest::newRow("Plasma") << QStringList{"kded5", "plasmashell"} << false << "KDE" << false;
     QTest::newRow("waybar on GNOME's word") << QStringList{"waybar"} << false << "GNOME" << false;
     QTest::newRow("nobody named, GNOME") << QStringList{} << false << "ubuntu:GNOME" << true;
-    QTest::newRow("nobody named, sway") << QStringList{} << false << "sway" << false;
 }
 
 void SniStatusItemTest::hostsThatDrawTheLabel() {
