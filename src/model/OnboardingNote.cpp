@@ -23,7 +23,7 @@ OnboardingNote::Text OnboardingNote::forSession(const QString& sessionType,
         return {QStringLiteral("desktopcomputer"), QStringLiteral("orange"),
                 QStringLiteral("One extension needed"),
                 QStringLiteral("GNOME shows the app in front only to Mindmeter's shell extension. "
-                               "Turn it on with: gnome-extensions enable ") +
+                               "Turn it on with:\ngnome-extensions enable ") +
                     gnomeExtensionUuid};
     return {QStringLiteral("safari"), QStringLiteral("green"),
             QStringLiteral("No permission needed"),
