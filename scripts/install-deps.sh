@@ -24,11 +24,16 @@ packages=(
     # repositories for the repository monitor; QtSvg to render the status item's icon files;
     # an XEmbed system tray for the tray-icon fallback
     dbus-daemon git qt6-svg-dev trayer
+    # Tests: a real panel whose tray hosts status-notifier items (Xfce's, with its settings
+    # daemon)
+    xfce4-panel xfconf
     # The Debian package (dpkg-shlibdeps), and the validators the packaging tests run on the
     # installed files: menu entry, metainfo, man page, user unit
     dpkg-dev desktop-file-utils appstream groff-base systemd
     # Tests: the fuzz targets (clang with libFuzzer and the sanitizers); benchmarks: callgrind
     clang-14 libclang-rt-14-dev valgrind
+    # Benchmarks: the tray app beside another tray app, and the X server's idle time
+    workrave xprintidle
 )
 
 missing=()

@@ -10,6 +10,7 @@
 
 #include "model/AppEvents.h"
 #include "model/AppPreferences.h"
+#include "model/OnboardingNote.h"
 #include "model/PreferencesModel.h"
 #include "platform/linux/ClipboardPasteboard.h"
 #include "platform/linux/DesktopOpener.h"
@@ -64,6 +65,7 @@ bool AppDelegate::applicationDidFinishLaunching(std::unique_ptr<StatusItem> stat
     m_defaults.watchForExternalChanges();
     m_preferences = std::make_unique<PreferencesModel>(m_defaults);
     m_events = std::make_unique<AppEvents>();
+    m_onboardingNote = std::make_unique<OnboardingNote>(OnboardingNote::forThisSession());
     m_loginItem = std::make_unique<XdgAutostartLoginItem>(QCoreApplication::applicationFilePath());
     m_preferencesActions = std::make_unique<PreferencesActions>(*m_loginItem, [this] {
         m_alerts->manager().scheduleEndOfDayDigest(m_store->totalWeighted());
@@ -79,6 +81,7 @@ bool AppDelegate::applicationDidFinishLaunching(std::unique_ptr<StatusItem> stat
         {QStringLiteral("exporter"), QVariant::fromValue<QObject*>(m_export.get())},
         {QStringLiteral("preferences"), QVariant::fromValue<QObject*>(m_preferences.get())},
         {QStringLiteral("events"), QVariant::fromValue<QObject*>(m_events.get())},
+        {QStringLiteral("onboardingNote"), QVariant::fromValue<QObject*>(m_onboardingNote.get())},
     };
     m_preferencesModels = {
         {QStringLiteral("preferences"), QVariant::fromValue<QObject*>(m_preferences.get())},
@@ -123,6 +126,7 @@ bool AppDelegate::applicationDidFinishLaunching(std::unique_ptr<StatusItem> stat
     }
 
     connect(m_events.get(), &AppEvents::openPreferences, this, &AppDelegate::showPreferences);
+    connect(m_events.get(), &AppEvents::quitRequested, this, &AppDelegate::quit);
     connect(m_events.get(), &AppEvents::onboardingComplete, &m_sensors->browser(),
             &BrowserAITracker::onboardingCompleted);
     return true;

@@ -18,6 +18,7 @@ class DialogFileChooser;
 class ExportManager;
 class Sensors;
 class LoginItem;
+class OnboardingNote;
 class DashboardWindows;
 class PreferencesActions;
 class PreferencesModel;
@@ -87,6 +88,8 @@ private:
 
     std::unique_ptr<PreferencesModel> m_preferences;
     std::unique_ptr<AppEvents> m_events;
+    // The welcome page's last row; a desktop backend may update it.
+    std::unique_ptr<OnboardingNote> m_onboardingNote;
     std::unique_ptr<LoginItem> m_loginItem;
     std::unique_ptr<PreferencesActions> m_preferencesActions;
 

@@ -6,6 +6,12 @@
 #include <QLoggingCategory>
 #include <QQuickWindow>
 #include <QScreen>
+#include <QtGui/qguiapplication_platform.h>
+
+#include <xcb/xcb.h>
+
+#include <cstdlib>
+#include <cstring>
 
 #include <algorithm>
 
@@ -14,6 +20,30 @@ Q_LOGGING_CATEGORY(lcPopover, "mindmeter.popover")
 namespace {
 constexpr QSize popoverSize(380, 460);
 constexpr int gap = 6; // between the panel and the icon, and from the screen's edges
+
+xcb_atom_t internAtom(xcb_connection_t* connection, const char* name) {
+    const xcb_intern_atom_cookie_t cookie =
+        xcb_intern_atom(connection, 0, uint16_t(std::strlen(name)), name);
+    xcb_intern_atom_reply_t* reply = xcb_intern_atom_reply(connection, cookie, nullptr);
+    const xcb_atom_t atom = reply ? reply->atom : xcb_atom_t(XCB_ATOM_NONE);
+    std::free(reply);
+    return atom;
+}
+
+// A panel that belongs to the tray icon is no task of its own: no taskbar button, no pager
+// entry. The states are set before each mapping (window managers drop them on unmapping);
+// Qt keeps states it finds there when it adds its own.
+void keepOffTaskbarAndPager(QWindow& window) {
+    auto* x11 = qGuiApp->nativeInterface<QNativeInterface::QX11Application>();
+    if (!x11 || window.isVisible())
+        return;
+    xcb_connection_t* connection = x11->connection();
+    const xcb_atom_t states[] = {internAtom(connection, "_NET_WM_STATE_SKIP_TASKBAR"),
+                                 internAtom(connection, "_NET_WM_STATE_SKIP_PAGER")};
+    xcb_change_property(connection, XCB_PROP_MODE_REPLACE, xcb_window_t(window.winId()),
+                        internAtom(connection, "_NET_WM_STATE"), XCB_ATOM_ATOM, 32, 2, states);
+    xcb_flush(connection);
+}
 } // namespace
 
 PopoverWindow::PopoverWindow(ViewHost& host, QVariantMap models, Style style, QObject* parent)
@@ -40,8 +70,9 @@ bool PopoverWindow::ensureWindow() {
     m_window->setTitle(QStringLiteral("Mindmeter"));
     m_window->setMinimumSize(popoverSize);
     m_window->setMaximumSize(popoverSize);
+    // Not kept above other windows: the save dialog it opens must come in front of it.
     if (m_style == Style::popover)
-        m_window->setFlags(Qt::Tool | Qt::FramelessWindowHint | Qt::WindowStaysOnTopHint);
+        m_window->setFlags(Qt::Tool | Qt::FramelessWindowHint);
     return true;
 }
 
@@ -67,6 +98,7 @@ void PopoverWindow::show(QPoint anchor) {
         if (anchor.isNull())
             anchor = QPoint(area.right() - popoverSize.width() / 2, area.top());
         m_window->setPosition(placement(anchor, area, popoverSize));
+        keepOffTaskbarAndPager(*m_window);
     }
     m_window->show();
     m_window->raise();

@@ -11,7 +11,8 @@ class ViewHost;
 
 // The dashboard's window: a borderless panel of 380 × 460 placed by the status icon, below
 // it when the icon is in the upper half of the screen and above it otherwise, closed only by
-// toggling. Without a panel to anchor to it is an ordinary window instead.
+// toggling, and not a taskbar or pager entry. Without a panel to anchor to it is an ordinary window
+// instead.
 class PopoverWindow : public QObject {
     Q_OBJECT
 public:

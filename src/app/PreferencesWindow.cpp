@@ -28,6 +28,9 @@ void PreferencesWindow::show() {
         m_window->setTitle(QStringLiteral("Mindmeter"));
         m_window->setMinimumSize(size);
         m_window->setMaximumSize(size);
+        // Closable only: no minimise or maximise button, and a fixed size.
+        m_window->setFlags(Qt::Window | Qt::CustomizeWindowHint | Qt::WindowTitleHint |
+                           Qt::WindowCloseButtonHint);
         if (QScreen* screen = QGuiApplication::primaryScreen())
             m_window->setPosition(screen->availableGeometry().center() - QPoint(210, 240));
     }

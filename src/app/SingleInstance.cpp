@@ -1,5 +1,6 @@
 #include "SingleInstance.h"
 
+#include <QFileInfo>
 #include <QLocalSocket>
 
 #include <unistd.h>
@@ -19,7 +20,12 @@ SingleInstance::SingleInstance(QObject* parent)
     });
 }
 
+// In the session's runtime folder when there is one: one app per login session (and per
+// test's own session), not per machine.
 QString SingleInstance::socketName() {
+    const QString runtime = qEnvironmentVariable("XDG_RUNTIME_DIR");
+    if (!runtime.isEmpty() && QFileInfo(runtime).isDir())
+        return runtime + QStringLiteral("/mindmeter.socket");
     return QStringLiteral("mindmeter-%1").arg(::getuid());
 }
 

@@ -3,8 +3,8 @@
 #include <QLocalServer>
 #include <QObject>
 
-// One tray app per user: the first one listens on a local socket; a second start finds
-// it there, asks it to show the dashboard, and exits.
+// One tray app per login session (per user without a runtime folder): the first one listens on a
+// local socket; a second start finds it there, asks it to show the dashboard, and exits.
 class SingleInstance : public QObject {
     Q_OBJECT
 public:

@@ -4,6 +4,7 @@
 #include "demo/DemoWorkspace.h"
 
 #include "model/AppEvents.h"
+#include "model/OnboardingNote.h"
 #include "model/PreferencesModel.h"
 #include "sensing/ActivityMonitor.h"
 #include "sensing/SessionContextEngine.h"
@@ -236,6 +237,7 @@ int SnapshotMode::run(int argc, char* argv[], const QString& directory) {
 
     PreferencesModel preferences(*defaults);
     AppEvents events;
+    OnboardingNote note(OnboardingNote::forThisSession());
     DemoServices services;
     const QVariantMap models{
         {QStringLiteral("store"), QVariant::fromValue(&store)},
@@ -246,6 +248,7 @@ int SnapshotMode::run(int argc, char* argv[], const QString& directory) {
         {QStringLiteral("exporter"), QVariant::fromValue<QObject*>(&services)},
         {QStringLiteral("preferences"), QVariant::fromValue(&preferences)},
         {QStringLiteral("events"), QVariant::fromValue(&events)},
+        {QStringLiteral("onboardingNote"), QVariant::fromValue<QObject*>(&note)},
     };
 
     Renderer renderer(directory, models);

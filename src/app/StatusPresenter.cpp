@@ -39,11 +39,20 @@ StatusItem::Icon StatusPresenter::icon(double saturation, MenuBarDisplay display
     return StatusItem::Icon::orange;
 }
 
+StatusItem::CountPlacement StatusPresenter::countPlacement(const QString& raw) {
+    if (raw == QLatin1String("beside"))
+        return StatusItem::CountPlacement::beside;
+    if (raw == QLatin1String("inIcon"))
+        return StatusItem::CountPlacement::inIcon;
+    return StatusItem::CountPlacement::automatic;
+}
+
 void StatusPresenter::refresh() {
     const MenuBarDisplay display = MenuBarDisplays::fromRawValue(m_preferences.menuBarStyle())
                                        .value_or(MenuBarDisplay::iconAndCount);
     const Title t =
         title(m_store.totalWeighted(), m_monitor.currentType(), m_monitor.currentRate(), display);
+    m_item.setCountPlacement(countPlacement(m_preferences.countPlacement()));
     m_item.setTitle(t.text, t.symbol);
     m_item.setIcon(icon(m_store.contextSaturation(), display));
 }

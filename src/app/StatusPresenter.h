@@ -30,6 +30,8 @@ public:
     static Title title(qint64 total, TokenType type, qint64 rate, MenuBarDisplay display);
     // Red from 0.9 of the budget, orange from 0.8, the plain icon below; none for count-only.
     static StatusItem::Icon icon(double saturation, MenuBarDisplay display);
+    // The "mindmeter.countPlacement" setting's value as the item takes it.
+    static StatusItem::CountPlacement countPlacement(const QString& raw);
 
 public slots:
     void refresh();

@@ -1,12 +1,46 @@
 #include "ViewHost.h"
 
+#include <QKeyEvent>
+#include <QPointer>
 #include <QQmlComponent>
 #include <QQmlEngine>
 #include <QQuickItem>
 #include <QQuickWindow>
 
-ViewHost::ViewHost(QObject* parent)
-    : QObject(parent) {}
+namespace {
+
+// The menu's keyboard equivalents on a window. A key filter rather than QShortcut: in a
+// QApplication, shortcuts only fire while a widget window is active, never a Qt Quick one.
+class MenuKeys : public QObject {
+public:
+    MenuKeys(QObject* events, QObject* parent)
+        : QObject(parent)
+        , m_events(events) {}
+
+    bool eventFilter(QObject* watched, QEvent* event) override {
+        if (event->type() != QEvent::KeyPress || !m_events)
+            return QObject::eventFilter(watched, event);
+        const auto* key = static_cast<QKeyEvent*>(event);
+        if (key->modifiers() != Qt::ControlModifier)
+            return false;
+        if (key->key() == Qt::Key_Comma)
+            QMetaObject::invokeMethod(m_events, "postOpenPreferences", Qt::QueuedConnection);
+        else if (key->key() == Qt::Key_Q)
+            QMetaObject::invokeMethod(m_events, "postQuit", Qt::QueuedConnection);
+        else
+            return false;
+        return true;
+    }
+
+private:
+    QPointer<QObject> m_events;
+};
+
+} // namespace
+
+ViewHost::ViewHost(QObject* events, QObject* parent)
+    : QObject(parent)
+    , m_events(events) {}
 
 ViewHost::~ViewHost() = default;
 
@@ -41,5 +75,7 @@ ViewHost::createWindow(const QString& type, const QVariantMap& properties, QStri
                      [item](int w) { item->setWidth(w); });
     QObject::connect(window.get(), &QQuickWindow::heightChanged, item,
                      [item](int h) { item->setHeight(h); });
+    if (m_events)
+        window->installEventFilter(new MenuKeys(m_events, window.get()));
     return window;
 }

@@ -15,7 +15,9 @@ class QQuickWindow;
 class ViewHost : public QObject {
     Q_OBJECT
 public:
-    explicit ViewHost(QObject* parent = nullptr);
+    // Every window made gets the menu's keyboard equivalents, Ctrl+, (Preferences) and
+    // Ctrl+Q (Quit), posted to `events` (an AppEvents) while the window has focus.
+    explicit ViewHost(QObject* events = nullptr, QObject* parent = nullptr);
     ~ViewHost() override;
 
     // A window holding a new `type` (a component of the views) built with these properties;
@@ -28,4 +30,5 @@ public:
 private:
     QQmlEngine& engine();
     std::unique_ptr<QQmlEngine> m_engine;
+    QObject* m_events;
 };

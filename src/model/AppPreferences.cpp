@@ -29,6 +29,13 @@ MenuBarDisplay AppPreferences::menuBarDisplay(const Defaults& d) {
     return MenuBarDisplays::fromRawValue(*stored).value_or(MenuBarDisplay::iconAndCount);
 }
 
+QString AppPreferences::countPlacementValue(const Defaults& d) {
+    const QString stored = d.string(countPlacement).value_or(QString());
+    if (stored == QLatin1String("beside") || stored == QLatin1String("inIcon"))
+        return stored;
+    return QStringLiteral("automatic");
+}
+
 bool AppPreferences::proAlertIsEnabled(const Defaults& d) {
     return d.boolean(proAlertEnabled);
 }

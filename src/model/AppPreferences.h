@@ -15,6 +15,8 @@ public:
     inline static const QString dailyTokenBaseline = QStringLiteral("mindmeter.dailyTokenBaseline");
     inline static const QString idleTimeoutMinutes = QStringLiteral("mindmeter.idleTimeoutMinutes");
     inline static const QString menuBarStyle = QStringLiteral("mindmeter.menuBarStyle");
+    // Where the panel shows the count: "automatic", "beside" (text beside the icon) or "inIcon".
+    inline static const QString countPlacement = QStringLiteral("mindmeter.countPlacement");
     inline static const QString hasLaunchedBefore = QStringLiteral("mindmeter.hasLaunchedBefore");
     inline static const QString proAlertEnabled = QStringLiteral("mindmeter.pro.alertEnabled");
     inline static const QString proAlertThreshold = QStringLiteral("mindmeter.pro.alertThreshold");
@@ -39,6 +41,8 @@ public:
     static double idleTimeout(const Defaults& d = Defaults::standard());
     static bool hasLaunched(const Defaults& d = Defaults::standard());
     static MenuBarDisplay menuBarDisplay(const Defaults& d = Defaults::standard());
+    // The stored placement when it is one of the three, else "automatic".
+    static QString countPlacementValue(const Defaults& d = Defaults::standard());
     static bool proAlertIsEnabled(const Defaults& d = Defaults::standard());
     static bool proTempAlertIsEnabled(const Defaults& d = Defaults::standard());
     static bool proEndOfDayIsEnabled(const Defaults& d = Defaults::standard());

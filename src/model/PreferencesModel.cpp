@@ -20,6 +20,9 @@ qint64 PreferencesModel::idleTimeoutMinutes() const {
 QString PreferencesModel::menuBarStyle() const {
     return MenuBarDisplays::rawValue(P::menuBarDisplay(m_defaults));
 }
+QString PreferencesModel::countPlacement() const {
+    return P::countPlacementValue(m_defaults);
+}
 bool PreferencesModel::hasLaunchedBefore() const {
     return P::hasLaunched(m_defaults);
 }
@@ -59,6 +62,9 @@ void PreferencesModel::setIdleTimeoutMinutes(qint64 v) {
 }
 void PreferencesModel::setMenuBarStyle(const QString& v) {
     m_defaults.setString(P::menuBarStyle, v);
+}
+void PreferencesModel::setCountPlacement(const QString& v) {
+    m_defaults.setString(P::countPlacement, v);
 }
 void PreferencesModel::setHasLaunchedBefore(bool v) {
     m_defaults.setBool(P::hasLaunchedBefore, v);

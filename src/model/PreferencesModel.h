@@ -13,6 +13,7 @@ class PreferencesModel : public QObject {
     Q_PROPERTY(qint64 idleTimeoutMinutes READ idleTimeoutMinutes WRITE setIdleTimeoutMinutes NOTIFY
                    changed)
     Q_PROPERTY(QString menuBarStyle READ menuBarStyle WRITE setMenuBarStyle NOTIFY changed)
+    Q_PROPERTY(QString countPlacement READ countPlacement WRITE setCountPlacement NOTIFY changed)
     Q_PROPERTY(
         bool hasLaunchedBefore READ hasLaunchedBefore WRITE setHasLaunchedBefore NOTIFY changed)
     Q_PROPERTY(bool alertEnabled READ alertEnabled WRITE setAlertEnabled NOTIFY changed)
@@ -33,6 +34,7 @@ public:
     qint64 dailyBaseline() const;
     qint64 idleTimeoutMinutes() const;
     QString menuBarStyle() const;
+    QString countPlacement() const;
     bool hasLaunchedBefore() const;
     bool alertEnabled() const;
     qint64 alertThreshold() const;
@@ -47,6 +49,7 @@ public:
     void setDailyBaseline(qint64 v);
     void setIdleTimeoutMinutes(qint64 v);
     void setMenuBarStyle(const QString& v);
+    void setCountPlacement(const QString& v);
     void setHasLaunchedBefore(bool v);
     void setAlertEnabled(bool v);
     void setAlertThreshold(qint64 v);

@@ -29,6 +29,10 @@ class StatusItem : public QObject {
 public:
     enum class Icon { normal, orange, red, none };
     Q_ENUM(Icon)
+    // Where the count shows: automatic (as the panel is known to draw it), beside the icon as
+    // text the panel draws, or drawn into the icon image.
+    enum class CountPlacement { automatic, beside, inIcon };
+    Q_ENUM(CountPlacement)
 
     using QObject::QObject;
 
@@ -38,6 +42,8 @@ public:
     virtual void setIcon(Icon icon) = 0;
     // The menu shown on a right click; replaced whole.
     virtual void setMenu(const QList<StatusMenuItem>& items) = 0;
+    // Panels that show no text beside an icon ignore this: their count is always in the icon.
+    virtual void setCountPlacement(CountPlacement) {}
     // Whether the panel shows this item at all.
     virtual bool isVisible() const = 0;
 

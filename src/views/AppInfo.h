@@ -10,11 +10,8 @@ class AppInfo : public QObject {
     QML_SINGLETON
     Q_PROPERTY(QString versionNumber READ versionNumber CONSTANT)
     Q_PROPERTY(QString versionDate READ versionDate CONSTANT)
-    Q_PROPERTY(QString browserPermissionNote READ browserPermissionNote CONSTANT)
 public:
     using QObject::QObject;
     QString versionNumber() const;
     QString versionDate() const;
-    // What the welcome page says about the one permission the browser tracker may need.
-    QString browserPermissionNote() const;
 };

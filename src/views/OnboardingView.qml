@@ -7,6 +7,8 @@ import Mindmeter
 Rectangle {
     id: page
     signal dismiss()
+    // What this desktop asks of the user (an OnboardingNote).
+    required property var note
     color: Theme.windowBackground
 
     ColumnLayout {
@@ -51,10 +53,11 @@ Rectangle {
                 description: "Inspired by neuroscience research on prefrontal glutamate saturation."
             }
             FeatureRow {
+                objectName: "noteRow"
                 Layout.fillWidth: true
-                icon: "safari"; color: Theme.orange
-                title: "One permission needed"
-                description: AppInfo.browserPermissionNote
+                icon: page.note.icon; color: Theme.named(page.note.colour)
+                title: page.note.title
+                description: page.note.description
             }
         }
         Item { Layout.fillHeight: true }

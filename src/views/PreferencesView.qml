@@ -97,13 +97,27 @@ Pane {
             Repeater {
                 model: [["General", "slider.horizontal.3"], ["Alerts", "star.fill"], ["System", "desktopcomputer"]]
                 delegate: TabButton {
+                    id: tab
                     required property var modelData
+                    // The selected tab is marked by more than a shade, which a dark theme
+                    // flattens: a raised fill, an accent line and full-strength text.
                     contentItem: RowLayout {
                         spacing: 4
                         Item { Layout.fillWidth: true }
-                        Symbol { name: modelData[1]; size: 13 }
-                        TextLabel { text: modelData[0]; size: 12 }
+                        Symbol { name: modelData[1]; size: 13; color: tab.checked ? Theme.blue : Theme.secondary }
+                        TextLabel { text: modelData[0]; size: 12; secondary: !tab.checked; font.weight: tab.checked ? Font.DemiBold : Font.Normal }
                         Item { Layout.fillWidth: true }
+                    }
+                    background: Rectangle {
+                        implicitHeight: 28
+                        color: tab.checked ? Theme.controlBackground : Theme.windowBackground
+                        Rectangle {
+                            anchors.bottom: parent.bottom
+                            width: parent.width
+                            height: 2
+                            color: Theme.blue
+                            visible: tab.checked
+                        }
                     }
                 }
             }
@@ -156,12 +170,26 @@ Pane {
                                     ["Token count only", "countOnly"]]
                             delegate: RadioButton {
                                 required property var modelData
+                                palette.text: Theme.onFaded(Theme.blue) // the dot: the accent, lighter on a dark theme
                                 objectName: "style_" + modelData[1]
                                 text: modelData[0]
                                 checked: view.preferences.menuBarStyle === modelData[1]
                                 onClicked: view.preferences.menuBarStyle = modelData[1]
                             }
                         }
+                        RowLayout {
+                            Layout.fillWidth: true
+                            TextLabel { text: "Show the count"; size: 12; Layout.fillWidth: true }
+                            ComboBox {
+                                objectName: "countPlacement"
+                                readonly property var values: ["automatic", "beside", "inIcon"]
+                                model: ["Automatically", "Beside the icon", "In the icon"]
+                                currentIndex: values.indexOf(view.preferences.countPlacement)
+                                onActivated: index => view.preferences.countPlacement = values[index]
+                                implicitWidth: 150
+                            }
+                        }
+                        Help { text: "Some panels draw no text beside icons; there the count is drawn into the icon. Choose here if the panel is guessed wrong." }
                     }
                 }
             }

@@ -13,6 +13,7 @@ Item {
     required property var exporter
     required property var preferences
     required property var events
+    required property var onboardingNote
     width: 380
     height: 460
 
@@ -34,7 +35,7 @@ Item {
     }
     Component {
         id: onboarding
-        OnboardingView { objectName: "onboarding"; onDismiss: root.finishOnboarding() }
+        OnboardingView { objectName: "onboarding"; note: root.onboardingNote; onDismiss: root.finishOnboarding() }
     }
     Component {
         id: dashboard

@@ -38,4 +38,7 @@ QtObject {
         return named({ reasoning: "purple", output: "blue", input: "green", ai: "orange" }[type])
     }
     function faded(c, opacity) { return Qt.rgba(c.r, c.g, c.b, opacity) }
+    // A named colour as text or symbol on a faded fill of itself: lighter on a dark theme,
+    // where the plain gray (the "Idle" mode's) would not stand out from the card.
+    function onFaded(c) { return dark ? Qt.lighter(c, 1.45) : c }
 }

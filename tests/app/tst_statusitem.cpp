@@ -155,6 +155,9 @@ void StatusItemTest::followsTheDayAndAnotherProcessesSettings() {
     other->setString("mindmeter.menuBarStyle", "iconOnly");
     QTRY_COMPARE(item.text, QString());
     QCOMPARE(item.icon, Icon::orange);
+    QCOMPARE(item.placement, StatusItem::CountPlacement::automatic);
+    other->setString("mindmeter.countPlacement", "inIcon");
+    QTRY_COMPARE(item.placement, StatusItem::CountPlacement::inIcon);
     monitor.stop();
 }
 

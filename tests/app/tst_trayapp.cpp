@@ -1,13 +1,16 @@
 // The tray application as a user meets it, on a private X server (see
-// support/run-with-xvfb.sh) with a private session bus and a status-notifier host written
+// support/run-with-xvfb.sh) with a private session bus. With a status-notifier host written
 // for the test: it registers, its label follows the day, a click opens the dashboard, and
-// Quit from its menu stores the day and ends it.
+// Quit from its menu stores the day and ends it. On Debian's Xfce panel, whose tray draws no
+// label: the count is in the icon, for every menu-bar style.
 
 #include "PrivateSessionBus.h"
 #include "X11Windows.h"
+#include "XfcePanel.h"
 
 #include <QDBusArgument>
 #include <QDBusConnection>
+#include <QDBusConnectionInterface>
 #include <QDBusInterface>
 #include <QDBusReply>
 #include <QDBusVariant>
@@ -95,12 +98,61 @@ QList<std::tuple<int, QString, QString>> menuItems(const QDBusMessage& reply) {
     return items;
 }
 
+// The app's own home, settings and runtime folder, on the test's bus.
+QProcessEnvironment appEnvironment(const QTemporaryDir& home, const QString& busAddress) {
+    QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+    env.insert("HOME", home.path());
+    env.insert("XDG_DATA_HOME", home.filePath(".local/share"));
+    env.insert("XDG_CONFIG_HOME", home.filePath(".config"));
+    env.insert("XDG_CACHE_HOME", home.filePath(".cache"));
+    env.insert("XDG_RUNTIME_DIR", home.filePath("run"));
+    QDir().mkpath(home.filePath("run"));
+    QFile::setPermissions(home.filePath("run"),
+                          QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
+    env.insert("DBUS_SESSION_BUS_ADDRESS", busAddress);
+    env.insert("TZ", "UTC");
+    return env;
+}
+
+// `mindmeter ARGS` to its end; its standard output.
+QByteArray runCommand(const QProcessEnvironment& env, const QStringList& arguments) {
+    QProcess command;
+    command.setProcessEnvironment(env);
+    command.start(MINDMETER_EXECUTABLE, arguments);
+    command.waitForFinished(30000);
+    return command.readAllStandardOutput().trimmed();
+}
+
+// The description of a status item's tooltip (its count), read from the bus: (s a(iiay) s s).
+QString toolTipText(QDBusInterface& properties) {
+    const QDBusReply<QDBusVariant> reply =
+        properties.call("Get", "org.kde.StatusNotifierItem", "ToolTip");
+    const QDBusArgument tip = reply.value().variant().value<QDBusArgument>();
+    QString icon, title, text;
+    tip.beginStructure();
+    tip >> icon;
+    tip.beginArray(); // the tooltip's own bitmaps: none
+    tip.endArray();
+    tip >> title >> text;
+    tip.endStructure();
+    return reply.isValid() ? text : QString();
+}
+
+int differingPixels(const QImage& a, const QImage& b) {
+    int n = 0;
+    for (int y = 0; y < qMin(a.height(), b.height()); ++y)
+        for (int x = 0; x < qMin(a.width(), b.width()); ++x)
+            n += a.pixel(x, y) != b.pixel(x, y);
+    return n;
+}
+
 } // namespace
 
 class TrayAppTest : public QObject {
     Q_OBJECT
 private slots:
     void aDayInThePanel();
+    void theCountOnAnXfcePanel();
 };
 
 void TrayAppTest::aDayInThePanel() {
@@ -113,16 +165,10 @@ void TrayAppTest::aDayInThePanel() {
     QVERIFY(connection.registerService("org.kde.StatusNotifierWatcher"));
 
     QTemporaryDir home;
-    QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
-    env.insert("HOME", home.path());
-    env.insert("XDG_DATA_HOME", home.filePath(".local/share"));
-    env.insert("XDG_CONFIG_HOME", home.filePath(".config"));
-    env.insert("XDG_CACHE_HOME", home.filePath(".cache"));
-    env.insert("XDG_RUNTIME_DIR", home.filePath("run"));
-    QDir().mkpath(home.filePath("run"));
-    env.insert("DBUS_SESSION_BUS_ADDRESS", bus.address());
+    QProcessEnvironment env = appEnvironment(home, bus.address());
     env.insert("MINDMETER_TICK_MS", "50"); // each tick still counts ten seconds
-    env.insert("TZ", "UTC");
+    // This test's host draws labels, but is no panel the app knows: it is told so.
+    runCommand(env, {"defaults", "write", "mindmeter.countPlacement", "-string", "beside"});
     ManifestServer site;
     env.insert("MINDMETER_VENDOR_URL", site.url());
 
@@ -173,14 +219,8 @@ void TrayAppTest::aDayInThePanel() {
     QCOMPARE(welcome.size(), QSize(380, 460));
     X11Windows::xdotool({"mousemove", QString::number(welcome.x() + 190),
                          QString::number(welcome.y() + 421), "click", "1"});
-    const auto launchedBefore = [&] {
-        QProcess read;
-        read.setProcessEnvironment(env);
-        read.start(MINDMETER_EXECUTABLE, {"defaults", "read", "mindmeter.hasLaunchedBefore"});
-        read.waitForFinished(10000);
-        return read.readAllStandardOutput().trimmed();
-    };
-    QTRY_COMPARE(launchedBefore(), QByteArray("1"));
+    QTRY_COMPARE(runCommand(env, {"defaults", "read", "mindmeter.hasLaunchedBefore"}),
+                 QByteArray("1"));
 
     // A click on the icon closes the dashboard; another opens it again.
     QDBusInterface item(service, "/StatusNotifierItem", "org.kde.StatusNotifierItem", connection);
@@ -230,13 +270,125 @@ void TrayAppTest::aDayInThePanel() {
     QCOMPARE(app.exitStatus(), QProcess::NormalExit);
     QCOMPARE(app.exitCode(), 0);
 
-    QProcess status;
-    status.setProcessEnvironment(env);
-    status.start(MINDMETER_EXECUTABLE, {"status", "--json"});
-    QVERIFY(status.waitForFinished(30000));
-    const QJsonObject today = QJsonDocument::fromJson(status.readAllStandardOutput()).object();
+    const QJsonObject today =
+        QJsonDocument::fromJson(runCommand(env, {"status", "--json"})).object();
     QVERIFY(today["totalWeighted"].toInteger() >= 24);
     QVERIFY(today["tokensByType"].toObject().contains("reasoning"));
+}
+
+void TrayAppTest::theCountOnAnXfcePanel() {
+    PrivateSessionBus bus;
+    QCOMPARE(bus.start(), QString());
+    QDBusConnection connection = bus.connect();
+    XfcePanel panel;
+    QCOMPARE(panel.start(bus.address()), QString());
+    QTRY_VERIFY_WITH_TIMEOUT(
+        connection.interface()->isServiceRegistered("org.kde.StatusNotifierWatcher").value(),
+        30000);
+    // The empty panel, once it is drawn and still.
+    QImage emptyPanel;
+    QTRY_VERIFY_WITH_TIMEOUT(
+        [&] {
+            const QImage before = XfcePanel::grab();
+            QTest::qWait(200);
+            emptyPanel = XfcePanel::grab();
+            return emptyPanel == before && emptyPanel.pixel(5, 5) != qRgb(0, 0, 0);
+        }(),
+        20000);
+
+    // A day on a budget large enough that the icon keeps its normal colour throughout.
+    QTemporaryDir home;
+    QProcessEnvironment env = appEnvironment(home, bus.address());
+    env.insert("MINDMETER_TICK_MS", "100");
+    runCommand(env, {"defaults", "write", "mindmeter.hasLaunchedBefore", "-bool", "true"});
+    runCommand(env, {"defaults", "write", "mindmeter.dailyTokenBaseline", "-int", "200000"});
+    X11Windows windows;
+    const quint32 terminal = windows.openTerminal("xterm", "XTerm");
+    QVERIFY(terminal);
+    X11Windows::activate(terminal);
+    X11Windows::moveMouse(600, 400);
+
+    QProcess app;
+    app.setProcessEnvironment(env);
+    app.setProcessChannelMode(QProcess::ForwardedErrorChannel);
+    app.start(MINDMETER_EXECUTABLE, {});
+    QVERIFY(app.waitForStarted());
+    QString service;
+    QTRY_VERIFY_WITH_TIMEOUT(
+        [&] {
+            for (const QString& name : connection.interface()->registeredServiceNames().value())
+                if (name.startsWith("org.kde.StatusNotifierItem-"))
+                    service = name;
+            return !service.isEmpty();
+        }(),
+        20000);
+    QDBusInterface properties(service, "/StatusNotifierItem", "org.freedesktop.DBus.Properties",
+                              connection);
+    QDBusInterface item(service, "/StatusNotifierItem", "org.kde.StatusNotifierItem", connection);
+
+    // Xfce's tray draws no label: the item offers none, and the count is in its bitmaps.
+    QTRY_VERIFY_WITH_TIMEOUT(toolTipText(properties).section(' ', 0, 0).toInt() > 0, 20000);
+    QCOMPARE(item.property("XAyatanaLabel").toString() + item.property("IconName").toString(),
+             QString());
+
+    // The panel as it shows one count; the count is read before and after, so it is known
+    // the picture was taken while it stood.
+    const auto panelAtACount = [&](QString* count) {
+        for (;;) {
+            const QString before = toolTipText(properties);
+            QTest::qWait(50); // the panel's redraw of a change just heard
+            const QImage shot = XfcePanel::grab();
+            if (toolTipText(properties) == before) {
+                *count = before;
+                return shot;
+            }
+        }
+    };
+    QString firstCount, secondCount;
+    QImage first;
+    QTRY_VERIFY_WITH_TIMEOUT(differingPixels(first = panelAtACount(&firstCount), emptyPanel) > 20,
+                             20000);
+    QTRY_VERIFY_WITH_TIMEOUT(toolTipText(properties) != firstCount, 20000);
+    QImage second;
+    QTRY_VERIFY_WITH_TIMEOUT(differingPixels(second = panelAtACount(&secondCount), emptyPanel) > 20,
+                             20000);
+    const QDir out(QCoreApplication::applicationDirPath());
+    first.save(out.filePath("xfce-panel-count-1.png"));
+    second.save(out.filePath("xfce-panel-count-2.png"));
+    QVERIFY2(firstCount != secondCount, qPrintable(firstCount));
+    QVERIFY2(differingPixels(first, second) > 10, qPrintable(firstCount + " / " + secondCount));
+
+    // "Token count only", set from a terminal: the running app draws the count alone at once,
+    // and the tray is not left with an empty spot.
+    runCommand(env, {"defaults", "write", "mindmeter.menuBarStyle", "-string", "countOnly"});
+    QImage countOnly;
+    QTRY_VERIFY_WITH_TIMEOUT(differingPixels(countOnly = XfcePanel::grab(), second) > 10 &&
+                                 differingPixels(countOnly, first) > 10,
+                             20000);
+    QVERIFY(differingPixels(countOnly, emptyPanel) > 20);
+    countOnly.save(out.filePath("xfce-panel-count-only.png"));
+
+    // A window of the app has focus: Ctrl+Q quits, as the menu's Quit does.
+    item.call("Activate", 600, 10);
+    QString popover;
+    QTRY_VERIFY_WITH_TIMEOUT(
+        !(popover =
+              X11Windows::xdotool({"search", "--onlyvisible", "--name", "^Mindmeter$"}).trimmed())
+             .isEmpty(),
+        15000);
+    // It is no task of its own.
+    QProcess xprop;
+    xprop.start("xprop", {"-id", popover, "_NET_WM_STATE"});
+    xprop.waitForFinished(10000);
+    const QByteArray states = xprop.readAllStandardOutput();
+    QVERIFY2(states.contains("_NET_WM_STATE_SKIP_TASKBAR") &&
+                 states.contains("_NET_WM_STATE_SKIP_PAGER"),
+             states.constData());
+    // A click on its header gives it the keyboard, as it would a user's.
+    X11Windows::xdotool({"mousemove", "--window", popover, "150", "15", "click", "1"});
+    X11Windows::xdotool({"key", "--clearmodifiers", "ctrl+q"});
+    QVERIFY(app.waitForFinished(15000));
+    QCOMPARE(app.exitCode(), 0);
 }
 
 QTEST_MAIN(TrayAppTest)

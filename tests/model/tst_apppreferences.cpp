@@ -1,5 +1,6 @@
 #include "model/AppPreferences.h"
 #include "model/AppVersion.h"
+#include "model/OnboardingNote.h"
 #include "store/SqliteDefaults.h"
 
 #include <QTest>
@@ -15,6 +16,7 @@ private slots:
     void idleTimeout_data();
     void idleTimeout();
     void menuBarStyleMatchesExactly();
+    void onboardingNoteNamesWhatTheSessionNeeds();
     void endOfDayTime();
     void readsAfreshEveryCall();
     void conversionsBetweenTypes();
@@ -104,6 +106,26 @@ void AppPreferencesTest::menuBarStyleMatchesExactly() {
     QCOMPARE(AppPreferences::menuBarDisplay(*m_db), MenuBarDisplay::iconAndCount);
     QCOMPARE(MenuBarDisplays::fromRawValue(u"countOnly"), MenuBarDisplay::countOnly);
     QCOMPARE(MenuBarDisplays::fromRawValue(u"countonly"), std::nullopt);
+
+    // The count's placement is one of three words; anything else is automatic.
+    QCOMPARE(AppPreferences::countPlacementValue(*m_db), QString("automatic"));
+    m_db->setString(AppPreferences::countPlacement, "inIcon");
+    QCOMPARE(AppPreferences::countPlacementValue(*m_db), QString("inIcon"));
+    m_db->setString(AppPreferences::countPlacement, "Beside");
+    QCOMPARE(AppPreferences::countPlacementValue(*m_db), QString("automatic"));
+}
+
+// Only GNOME under Wayland needs something (the shell extension); the title agrees.
+void AppPreferencesTest::onboardingNoteNamesWhatTheSessionNeeds() {
+    for (const auto& [type, desktop, extension] : {std::tuple{"wayland", "ubuntu:GNOME", true},
+                                                   {"x11", "GNOME", false},
+                                                   {"wayland", "KDE", false},
+                                                   {"", "", false}}) {
+        const auto text = OnboardingNote::forSession(type, desktop);
+        QCOMPARE(text.description.contains("gnome-extensions enable mindmeter@mindmeter.app"),
+                 extension);
+        QCOMPARE(text.title.startsWith("No "), !extension);
+    }
 }
 
 void AppPreferencesTest::endOfDayTime() {

@@ -12,10 +12,12 @@ public:
     }
     void setIcon(Icon i) override { icon = i; }
     void setMenu(const QList<StatusMenuItem>& items) override { menu = items; }
+    void setCountPlacement(CountPlacement p) override { placement = p; }
     bool isVisible() const override { return true; }
 
     QString text, symbol;
     Icon icon = Icon::normal;
+    CountPlacement placement = CountPlacement::automatic;
     QList<StatusMenuItem> menu;
     int updates = 0;
 };

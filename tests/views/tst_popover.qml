@@ -67,11 +67,20 @@ TestCase {
         function postOnboardingComplete() { ++onboardingCompletions }
     }
 
+    QtObject {
+        id: fakeNote
+        property string icon: "desktopcomputer"
+        property string colour: "orange"
+        property string title: "One extension needed"
+        property string description: "Turn it on"
+    }
+
     Component {
         id: rootView
         RootPopoverView {
             store: fakeStore; monitor: fakeMonitor; context: fakeContext; spotlight: fakeSpotlight
             checker: fakeChecker; exporter: fakeExporter; preferences: fakePreferences; events: fakeEvents
+            onboardingNote: fakeNote
         }
     }
 
@@ -90,6 +99,12 @@ TestCase {
         compare(root.height, 460)
         const button = findChild(root, "getStarted")
         verify(button, "the welcome page is shown")
+        // The last row says what the desktop's backend says, and follows it.
+        const note = findChild(root, "noteRow")
+        compare(note.title, "One extension needed")
+        fakeNote.title = "Shell extension on"
+        compare(note.title, "Shell extension on")
+        fakeNote.title = "One extension needed"
         verify(!findChild(root, "popover"))
         mouseClick(button)
         compare(fakePreferences.hasLaunchedBefore, true)

@@ -18,6 +18,7 @@ TestCase {
         property real dailyBaseline: 25000
         property int idleTimeoutMinutes: 3
         property string menuBarStyle: "iconAndCount"
+        property string countPlacement: "automatic"
         property bool alertEnabled: false
         property real alertThreshold: 80
         property bool tempAlertEnabled: false
@@ -94,6 +95,10 @@ TestCase {
         mouseClick(findChild(view, "style_countOnly"))
         compare(fakePreferences.menuBarStyle, "countOnly")
         verify(!findChild(view, "style_iconAndCount").checked)
+        const placement = findChild(view, "countPlacement")
+        compare(placement.currentText, "Automatically")
+        placement.activated(2)
+        compare(fakePreferences.countPlacement, "inIcon")
     }
 
     function test_alertSteppers_data() {

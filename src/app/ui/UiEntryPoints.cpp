@@ -20,7 +20,8 @@ class QuickDashboardWindows final : public DashboardWindows {
 public:
     QuickDashboardWindows(const QVariantMap& popoverModels, const QVariantMap& preferencesModels,
                           bool ordinaryWindow)
-        : m_popover(m_host, popoverModels,
+        : m_host(popoverModels.value(QStringLiteral("events")).value<QObject*>())
+        , m_popover(m_host, popoverModels,
                     ordinaryWindow ? PopoverWindow::Style::ordinaryWindow
                                    : PopoverWindow::Style::popover)
         , m_preferences(m_host, preferencesModels) {}

@@ -1,7 +1,9 @@
 #include "DialogFileChooser.h"
 
 #include <QFileDialog>
+#include <QGuiApplication>
 #include <QStandardPaths>
+#include <QWindow>
 
 DialogFileChooser::DialogFileChooser(QString startFolder)
     : m_startFolder(std::move(startFolder)) {}
@@ -13,9 +15,14 @@ std::optional<QString> DialogFileChooser::chooseSaveLocation(const SaveRequest& 
     dialog.setNameFilter(QStringLiteral("%1 (*.%2)").arg(request.fileTypeName, request.suffix));
     dialog.setDefaultSuffix(request.suffix);
     dialog.setDirectory(m_startFolder.isEmpty()
-                            ? QStandardPaths::writableLocation(QStandardPaths::DocumentsLocation)
+                            ? QStandardPaths::writableLocation(QStandardPaths::HomeLocation)
                             : m_startFolder);
     dialog.selectFile(request.suggestedName);
+    if (QWindow* asking = QGuiApplication::focusWindow()) {
+        dialog.winId(); // makes the native window, so it can be given its parent
+        if (QWindow* own = dialog.windowHandle())
+            own->setTransientParent(asking);
+    }
     if (dialog.exec() != QDialog::Accepted)
         return std::nullopt;
     const QStringList files = dialog.selectedFiles();

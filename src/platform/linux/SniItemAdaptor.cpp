@@ -9,7 +9,7 @@ SniItemAdaptor::SniItemAdaptor(StatusItem* item, const QDBusObjectPath& menu)
 
 SniToolTip SniItemAdaptor::toolTip() const {
     // The tooltip's own icon stays empty: hosts show the item's icon beside it.
-    return {QString(), {}, title(), m_label.trimmed()};
+    return {QString(), {}, title(), m_toolTipText.trimmed()};
 }
 
 void SniItemAdaptor::setIcon(const QString& name, const SniPixmapList& pixmaps) {
@@ -24,13 +24,17 @@ void SniItemAdaptor::setIcon(const QString& name, const SniPixmapList& pixmaps) 
     emit NewIcon();
 }
 
-void SniItemAdaptor::setLabel(const QString& label, const QString& guide) {
-    if (label == m_label && guide == m_labelGuide)
-        return;
-    m_label = label;
-    m_labelGuide = guide;
-    emit XAyatanaNewLabel(m_label, m_labelGuide);
-    emit NewToolTip();
+void SniItemAdaptor::setLabel(const QString& label, const QString& guide,
+                              const QString& toolTipText) {
+    if (label != m_label || guide != m_labelGuide) {
+        m_label = label;
+        m_labelGuide = guide;
+        emit XAyatanaNewLabel(m_label, m_labelGuide);
+    }
+    if (toolTipText != m_toolTipText) {
+        m_toolTipText = toolTipText;
+        emit NewToolTip();
+    }
 }
 
 void SniItemAdaptor::Activate(int x, int y) {

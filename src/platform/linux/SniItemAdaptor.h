@@ -55,7 +55,7 @@ public:
     void setIconThemePath(const QString& path) { m_iconThemePath = path; }
     // Each setter announces a change to hosts, and only a change.
     void setIcon(const QString& name, const SniPixmapList& pixmaps);
-    void setLabel(const QString& label, const QString& guide);
+    void setLabel(const QString& label, const QString& guide, const QString& toolTipText);
 
 public slots:
     void Activate(int x, int y);
@@ -80,4 +80,5 @@ private:
     SniPixmapList m_iconPixmap;
     QString m_label;
     QString m_labelGuide;
+    QString m_toolTipText;
 };

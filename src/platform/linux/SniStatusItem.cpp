@@ -1,6 +1,7 @@
 #include "SniStatusItem.h"
 
 #include "DBusMenuExporter.h"
+#include "PanelHost.h"
 #include "SniItemAdaptor.h"
 #include "StatusLabel.h"
 
@@ -46,7 +47,7 @@ SniStatusItem::SniStatusItem(const QDBusConnection& connection, const StatusIcon
     m_themeWritten = writeIconTheme();
     if (m_themeWritten)
         m_adaptor->setIconThemePath(m_options.iconFolder);
-    m_adaptor->setIcon(iconName(m_icon), pixmaps(m_icon));
+    publish();
 
     if (!m_connection.isConnected())
         return;
@@ -90,13 +91,37 @@ SniStatusItem::~SniStatusItem() {
 }
 
 void SniStatusItem::setTitle(const QString& text, const QString& symbol) {
-    m_adaptor->setLabel(StatusLabel::text(text, symbol),
-                        text.isEmpty() ? QString() : StatusLabel::guide(symbol));
+    m_text = text;
+    m_symbol = symbol;
+    publish();
 }
 
 void SniStatusItem::setIcon(Icon icon) {
     m_icon = icon;
-    m_adaptor->setIcon(iconName(icon), pixmaps(icon));
+    publish();
+}
+
+void SniStatusItem::setCountPlacement(CountPlacement placement) {
+    m_placement = placement;
+    publish();
+}
+
+bool SniStatusItem::countInIcon() const {
+    return m_placement == CountPlacement::inIcon ||
+           (m_placement == CountPlacement::automatic && !m_hostDrawsLabel);
+}
+
+void SniStatusItem::publish() {
+    const QString label = StatusLabel::text(m_text, m_symbol);
+    if (countInIcon() && !m_text.isEmpty()) {
+        // No name: hosts prefer a themed icon over bitmaps, and the count is in the bitmaps.
+        m_adaptor->setIcon(QString(), pixmaps(m_icon));
+        m_adaptor->setLabel(QString(), QString(), label);
+    } else {
+        m_adaptor->setIcon(iconName(m_icon), pixmaps(m_icon));
+        m_adaptor->setLabel(label, m_text.isEmpty() ? QString() : StatusLabel::guide(m_symbol),
+                            label);
+    }
 }
 
 void SniStatusItem::setMenu(const QList<StatusMenuItem>& items) {
@@ -126,6 +151,9 @@ void SniStatusItem::registerWithWatcher() {
         QDBusMessage::createMethodCall(watcherService, watcherPath, watcherInterface,
                                        QStringLiteral("RegisterStatusNotifierItem"));
     call << m_serviceName;
+    // Asked afresh each time: a new watcher may be another panel.
+    m_hostDrawsLabel = PanelHost::drawsLabel(PanelHost::observe(m_connection, watcherService));
+    publish();
     auto* pending =
         new QDBusPendingCallWatcher(m_connection.asyncCall(call, m_options.callTimeoutMs), this);
     connect(pending, &QDBusPendingCallWatcher::finished, this, [this](QDBusPendingCallWatcher* w) {
@@ -189,7 +217,8 @@ bool SniStatusItem::writeIconTheme() {
 
 QList<SniPixmap> SniStatusItem::pixmaps(Icon icon) const {
     QList<SniPixmap> list;
+    const QString count = countInIcon() ? StatusLabel::shortCount(m_text) : QString();
     for (int size : pixmapSizes)
-        list.append(SniPixmap::fromImage(m_painter.image(size, icon)));
+        list.append(SniPixmap::fromImage(m_painter.imageWithCount(size, icon, count)));
     return list;
 }

@@ -18,8 +18,10 @@ class SniItemAdaptor;
 // The item is the object /StatusNotifierItem (interface org.kde.StatusNotifierItem) under its
 // own name org.kde.StatusNotifierItem-<pid>-<n>; its menu is com.canonical.dbusmenu at /MenuBar.
 // It registers with org.kde.StatusNotifierWatcher, and again whenever a watcher appears (panels
-// restart). The count is the Ayatana label (XAyatanaLabel), which hosts that show text put
-// beside the icon; the tooltip carries it too.
+// restart). The count is the Ayatana label (XAyatanaLabel) where the host draws that label
+// beside the icon (see PanelHost, asked at each registration); elsewhere it is drawn into the
+// icon bitmaps, with no icon name and no label, as the XEmbed tray icon draws it. The tooltip
+// carries it either way.
 //
 // Icons: each state is offered both ways hosts read icons. IconName names an SVG written into
 // the item's own icon folder (IconThemePath); for the normal state it is a symbolic icon, which
@@ -53,6 +55,7 @@ public:
     void setTitle(const QString& text, const QString& symbol) override;
     void setIcon(Icon icon) override;
     void setMenu(const QList<StatusMenuItem>& items) override;
+    void setCountPlacement(CountPlacement placement) override;
     // Registered with a watcher that reports a host to show it.
     bool isVisible() const override { return m_registered && m_hostPresent; }
 
@@ -61,6 +64,8 @@ public:
     // The icon-theme name each state is offered under (empty for none, or when no icon folder
     // could be written).
     QString iconName(Icon icon) const;
+    // Whether the count is drawn into the icon now (rather than left to the host's label).
+    bool countInIcon() const;
 
 private slots:
     void hostRegistered();
@@ -72,6 +77,7 @@ private:
     void watcherGone();
     bool writeIconTheme();
     QList<SniPixmap> pixmaps(Icon icon) const;
+    void publish();
 
     QDBusConnection m_connection;
     Options m_options;
@@ -85,4 +91,8 @@ private:
     bool m_registered = false;
     bool m_hostPresent = true;
     Icon m_icon = Icon::normal;
+    QString m_text;
+    QString m_symbol;
+    CountPlacement m_placement = CountPlacement::automatic;
+    bool m_hostDrawsLabel = false;
 };

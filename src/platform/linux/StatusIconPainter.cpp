@@ -131,12 +131,15 @@ QImage StatusIconPainter::imageWithCount(int size, StatusItem::Icon icon,
     const QFontMetricsF metrics(font);
     const qreal plateHeight = qMin<qreal>(size, metrics.height());
     const qreal plateWidth = qMin<qreal>(size, metrics.horizontalAdvance(count) + 2);
-    // White on a dark plate reads on any panel colour.
+    // White on a dark plate reads on any panel colour. When saturated the plate is a dark
+    // shade of the state's colour, which tells orange from red even at 16 px, where the plate
+    // hides most of the glyph.
     const QRectF plate(
         QPointF((size - plateWidth) / 2, countOnly ? (size - plateHeight) / 2 : size - plateHeight),
         QSizeF(plateWidth, plateHeight));
     painter.setPen(Qt::NoPen);
-    painter.setBrush(QColor(0, 0, 0, 190));
+    const bool saturated = icon == StatusItem::Icon::orange || icon == StatusItem::Icon::red;
+    painter.setBrush(saturated ? colour(icon).darker(170) : QColor(0, 0, 0, 190));
     painter.drawRoundedRect(plate, 2, 2);
     painter.setFont(font);
     painter.setPen(Qt::white);

@@ -39,7 +39,8 @@ public:
     QString svg(const QColor& fill, bool symbolic) const;
 
     // For trays without text: the glyph in the state's colour with the short count (e.g. "12k")
-    // on a dark plate across its lower part; with Icon::none the count alone, as large as fits.
+    // in white on a dark plate (a dark shade of orange or red when saturated) across its lower
+    // part; with Icon::none the count alone, as large as fits.
     QImage imageWithCount(int size, StatusItem::Icon icon, const QString& count) const;
 
 private:

@@ -21,6 +21,17 @@ QString text(const QString& count, const QString& symbol) {
     return count + character(symbol);
 }
 
+QString shortCount(const QString& text) {
+    const QString count = text.trimmed();
+    if (!count.endsWith(QLatin1Char('k')))
+        return count;
+    const qsizetype dot = count.indexOf(QLatin1Char('.'));
+    // Tens of thousands and more lose the decimal; below that it is the only change there is.
+    if (dot >= 2)
+        return count.left(dot) + QLatin1Char('k');
+    return count;
+}
+
 QString guide(const QString& symbol) {
     return QStringLiteral(" 88.8k ") + character(symbol);
 }

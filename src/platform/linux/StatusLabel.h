@@ -14,6 +14,9 @@ QString character(const QString& symbol);
 // The count with its character after it, e.g. " 12.3k ⚡"; empty when the count is empty.
 QString text(const QString& count, const QString& symbol);
 
+// What fits on an icon: " 12.3k " → "12k", " 1.5k " → "1.5k", " 950 " → "950".
+QString shortCount(const QString& text);
+
 // The widest text expected, so panels that reserve room for a label keep it steady.
 QString guide(const QString& symbol);
 

@@ -1,5 +1,7 @@
 #include "TrayIconStatusItem.h"
 
+#include "StatusLabel.h"
+
 #include <QAction>
 #include <QCursor>
 #include <QIcon>
@@ -28,7 +30,7 @@ TrayIconStatusItem::~TrayIconStatusItem() {
 
 void TrayIconStatusItem::setTitle(const QString& text, const QString&) {
     // The kind-of-work symbol has no room on the icon; the tooltip carries the full count.
-    m_count = shortCount(text);
+    m_count = StatusLabel::shortCount(text);
     m_toolTip = text.trimmed();
     redraw();
 }
@@ -60,17 +62,6 @@ void TrayIconStatusItem::setMenu(const QList<StatusMenuItem>& items) {
 
 bool TrayIconStatusItem::isVisible() const {
     return m_tray.isVisible() && QSystemTrayIcon::isSystemTrayAvailable();
-}
-
-QString TrayIconStatusItem::shortCount(const QString& text) {
-    const QString count = text.trimmed();
-    if (!count.endsWith(QLatin1Char('k')))
-        return count;
-    const qsizetype dot = count.indexOf(QLatin1Char('.'));
-    // Tens of thousands and more lose the decimal; below that it is the only change there is.
-    if (dot >= 2)
-        return count.left(dot) + QLatin1Char('k');
-    return count;
 }
 
 QImage TrayIconStatusItem::iconImage(int size) const {

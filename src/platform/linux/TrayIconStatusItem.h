@@ -27,9 +27,6 @@ public:
     void setMenu(const QList<StatusMenuItem>& items) override;
     bool isVisible() const override;
 
-    // What fits on an icon: " 12.3k " → "12k", " 1.5k " → "1.5k", " 950 " → "950".
-    static QString shortCount(const QString& text);
-
     // The icon as drawn now, at one size.
     QImage iconImage(int size) const;
     QMenu* menu() const { return m_menu.get(); }

@@ -29,7 +29,7 @@ Card {
                 Symbol {
                     name: card.context.modeSymbol
                     size: 16
-                    color: card.modeColor
+                    color: Theme.onFaded(card.modeColor)
                     Layout.alignment: Qt.AlignHCenter
                 }
                 TextLabel {
@@ -37,7 +37,7 @@ Card {
                     text: card.context.modeLabel
                     size: 10
                     font.weight: Font.DemiBold
-                    color: card.modeColor
+                    color: Theme.onFaded(card.modeColor)
                     Layout.alignment: Qt.AlignHCenter
                 }
             }

@@ -1,6 +1,7 @@
 #include "PrivateSessionBus.h"
 
 #include "platform/linux/DBusMenuTypes.h"
+#include "platform/linux/PanelHost.h"
 #include "platform/linux/SniStatusItem.h"
 #include "platform/linux/StatusItemFactory.h"
 #include "views/Symbols.h"
@@ -138,6 +139,9 @@ private slots:
     void registersAndExportsItsProperties();
     void labelCarriesCountAndSymbol();
     void iconStatesDifferInColourAndNoneIsBlank();
+    void countGoesIntoTheIconWhereNoLabelIsDrawn();
+    void hostsThatDrawTheLabel_data();
+    void hostsThatDrawTheLabel();
     void clicksReachTheItem();
     void menuLayoutMatchesTheItems();
     void menuClicksRunActionsAndBadIdsAreRefused();
@@ -254,6 +258,7 @@ void SniStatusItemTest::registersAndExportsItsProperties() {
 
 void SniStatusItemTest::labelCarriesCountAndSymbol() {
     auto item = makeItem();
+    item->setCountPlacement(StatusItem::CountPlacement::beside);
     SignalRecorder heard;
     QVERIFY(m_host.connect(item->serviceName(), SniStatusItem::itemPath, itemInterface,
                            "XAyatanaNewLabel", &heard, SLOT(newLabel(QString, QString))));
@@ -335,6 +340,71 @@ void SniStatusItemTest::iconStatesDifferInColourAndNoneIsBlank() {
         opaqueColours(image, &visible);
         QCOMPARE(visible, 0);
     }
+}
+
+void SniStatusItemTest::countGoesIntoTheIconWhereNoLabelIsDrawn() {
+    // This test's watcher is no known label-drawing host: the count goes into the icon.
+    auto item = makeItem();
+    QTRY_COMPARE(m_watcher->registrations.size(), 1);
+    item->setTitle(QStringLiteral(" 12.3k "), QStringLiteral("bolt.fill"));
+    const auto shown = [&] { return properties(item->serviceName(), itemInterface); };
+    QVariantMap p = shown();
+    QCOMPARE(p.value("XAyatanaLabel").toString(), QString());
+    QCOMPARE(p.value("IconName").toString(), QString()); // else hosts show the plain icon
+    // The count, in white on its plate (the glyph is grey, so nothing else is that light).
+    const auto hasWhite = [](const QImage& image) {
+        for (int i = 0; i < image.width() * image.height(); ++i) {
+            const QRgb p = image.pixel(i % image.width(), i / image.width());
+            if (qAlpha(p) > 200 && qRed(p) > 220 && qGreen(p) > 220 && qBlue(p) > 220)
+                return true;
+        }
+        return false;
+    };
+    const QList<QImage> twelve = readPixmaps(p.value("IconPixmap"));
+    QCOMPARE(twelve.size(), SniStatusItem::pixmapSizes.size());
+    for (const QImage& image : twelve)
+        QVERIFY(hasWhite(image));
+    item->setTitle(QStringLiteral(" 950 "), QStringLiteral("bolt.fill"));
+    QVERIFY(readPixmaps(shown().value("IconPixmap")) != twelve);
+
+    // Count only: the count is the icon, never an empty spot.
+    item->setIcon(StatusItem::Icon::none);
+    for (const QImage& image : readPixmaps(shown().value("IconPixmap"))) {
+        int visible = 0;
+        opaqueColours(image, &visible);
+        QVERIFY(visible > image.width());
+    }
+
+    // Chosen by the user: beside the icon, as a label, and the plain icon again.
+    item->setIcon(StatusItem::Icon::normal);
+    item->setCountPlacement(StatusItem::CountPlacement::beside);
+    p = shown();
+    QCOMPARE(p.value("XAyatanaLabel").toString(), QStringLiteral(" 950 \u26A1\uFE0E"));
+    QCOMPARE(p.value("IconName").toString(), QStringLiteral("mindmeter-status-symbolic"));
+    QVERIFY(!hasWhite(readPixmaps(p.value("IconPixmap")).value(0)));
+}
+
+void SniStatusItemTest::hostsThatDrawTheLabel_data() {
+    QTest::addColumn<QStringList>("processes");
+    QTest::addColumn<bool>("indicatorService");
+    QTest::addColumn<QString>("desktop");
+    QTest::addColumn<bool>("drawsLabel");
+    QTest::newRow("GNOME Shell's extension")
+        << QStringList{"gnome-shell"} << false << "KDE" << true;
+    QTest::newRow("Ayatana indicators")
+        << QStringList{"ayatana-indicat"} << false << "MATE" << true;
+    QTest::newRow("Xfce's tray") << QStringList{"panel-1-systray"} << false << "XFCE" << false;
+    QTest::newRow("Plasma") << QStringList{"kded5", "plasmashell"} << false << "KDE" << false;
+    QTest::newRow("waybar on GNOME's word") << QStringList{"waybar"} << false << "GNOME" << false;
+    QTest::newRow("nobody named, GNOME") << QStringList{} << false << "ubuntu:GNOME" << true;
+}
+
+void SniStatusItemTest::hostsThatDrawTheLabel() {
+    QFETCH(QStringList, processes);
+    QFETCH(bool, indicatorService);
+    QFETCH(QString, desktop);
+    QFETCH(bool, drawsLabel);
+    QCOMPARE(PanelHost::drawsLabel({processes, indicatorService, desktop}), drawsLabel);
 }
 
 void SniStatusItemTest::clicksReachTheItem() {
