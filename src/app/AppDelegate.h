@@ -10,6 +10,7 @@
 #include <memory>
 
 class AppEvents;
+class CategoriesModel;
 class ClipboardPasteboard;
 class Alerts;
 class DayStore;
@@ -89,6 +90,7 @@ private:
     std::unique_ptr<AppEvents> m_events;
     std::unique_ptr<LoginItem> m_loginItem;
     std::unique_ptr<PreferencesActions> m_preferencesActions;
+    std::unique_ptr<CategoriesModel> m_categories;
 
     std::unique_ptr<StatusItem> m_statusItem;
     std::unique_ptr<StatusPresenter> m_presenter;
