@@ -246,6 +246,7 @@ int SnapshotMode::run(int argc, char* argv[], const QString& directory) {
         *defaults, {*CategoryRules::make(CategoryRule::Kind::app, QStringLiteral("com.tinyspeck"),
                                          {QStringLiteral("Writing")}, &ignored)});
     CategoriesModel categories(*defaults, clock);
+    categories.refresh();
     AppEvents events;
     DemoServices services;
     const QVariantMap models{

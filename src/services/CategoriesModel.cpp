@@ -20,7 +20,6 @@ CategoriesModel::CategoriesModel(Defaults& defaults, const Clock& clock, QObject
         m_rulesRevision = revision;
         emit changed();
     });
-    refresh();
 }
 
 void CategoriesModel::refresh() {

@@ -27,7 +27,8 @@ public:
     QStringList categoryNames() const;
     bool rulesUnreadable() const;
 
-    // Reads the stored days again (when the window is shown).
+    // Reads the stored days (when the window is shown; not at construction, which is part
+    // of the app's start-up).
     Q_INVOKABLE void refresh();
     // Reassigns the application (its identifier as a prefix) to a category. False, writing
     // nothing, when the stored rules are unreadable or the category is unknown.
