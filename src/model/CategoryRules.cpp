@@ -5,6 +5,7 @@
 #include <QJsonObject>
 #include <QRegularExpression>
 
+#include <cmath>
 #include <utility>
 
 namespace {
@@ -93,8 +94,9 @@ std::optional<QList<CategoryRule>> CategoryRules::decode(const QByteArray& json)
             target = {o.value(categoryField).toString()};
         } else if (!o.contains(categoryField) && o.value(typeField).isString() &&
                    o.value(rateField).isDouble()) {
+            // Checked before the conversion: a double out of range has no integer value.
             const double rate = o.value(rateField).toDouble();
-            if (rate != qint64(rate))
+            if (!(rate >= 1 && rate <= double(maxTokensPerMinute)) || rate != std::trunc(rate))
                 return std::nullopt;
             target = {o.value(typeField).toString(), QString::number(qint64(rate))};
         } else {

@@ -150,6 +150,7 @@ void TokenModelTest::userRules_data() {
         R"([{"app": "org.kde.kate", "type": "reasoning", "rate": 0}])",
         R"([{"app": "org.kde.kate", "type": "reasoning", "rate": 1001}])",
         R"([{"app": "org.kde.kate", "type": "reasoning", "rate": 2.5}])",
+        R"([{"app": "org.kde.kate", "type": "reasoning", "rate": 1e300}])",
         R"([{"app": "org.kde.kate", "type": "thinking", "rate": 20}])",
         R"([{"app": "org.kde.kate", "category": "Writing", "rate": 20}])",
         R"([{"app": "", "category": "Writing"}])",
