@@ -211,7 +211,8 @@ void TrackTest::userRulesApplyFromTheNextMinute() {
             .value_or(QList<ActivitySession>{});
     };
     // Each step: the change, then whole minutes recorded after it. The first session to
-    // appear may have been counted before the change; every later one earns the new rate.
+    // appear after the command returned may have been counted just before the change; every
+    // later one earns the new rate.
     struct Step {
         QStringList change;
         TokenType type;
@@ -221,9 +222,9 @@ void TrackTest::userRulesApplyFromTheNextMinute() {
                              Step{{"remove", xterm}, TokenType::reasoning, 8},
                              Step{{"set", "com.apple.terminal", "ai", "1000"}, TokenType::ai, 1000},
                              Step{{"remove", "com.apple.Terminal"}, TokenType::reasoning, 8}}) {
-        const qsizetype before = sessions().size();
         const QByteArray out = run(QStringList{"categories"} + step.change, &status);
         QVERIFY2(status == 0, out.constData());
+        const qsizetype before = sessions().size();
         QList<ActivitySession> later;
         QTRY_VERIFY_WITH_TIMEOUT((later = sessions().mid(before + 1)).size() >= 3, 30000);
         for (const ActivitySession& s : later) {
