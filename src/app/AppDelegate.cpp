@@ -20,6 +20,7 @@
 #include "sensing/BrowserAITracker.h"
 #include "sensing/SessionContextEngine.h"
 #include "sensing/SpotlightMonitor.h"
+#include "services/CategoriesModel.h"
 #include "services/ExportManager.h"
 #include "services/NotificationManager.h"
 #include "services/UpdateChecker.h"
@@ -70,6 +71,7 @@ bool AppDelegate::applicationDidFinishLaunching(std::unique_ptr<StatusItem> stat
     m_preferencesActions = std::make_unique<PreferencesActions>(*m_loginItem, [this] {
         m_alerts->manager().scheduleEndOfDayDigest(m_store->totalWeighted());
     });
+    m_categories = std::make_unique<CategoriesModel>(m_defaults, m_clock);
 
     // The windows: their library, and Qt Quick with it, is loaded on first use.
     m_popoverModels = {
@@ -86,6 +88,7 @@ bool AppDelegate::applicationDidFinishLaunching(std::unique_ptr<StatusItem> stat
     m_preferencesModels = {
         {QStringLiteral("preferences"), QVariant::fromValue<QObject*>(m_preferences.get())},
         {QStringLiteral("actions"), QVariant::fromValue<QObject*>(m_preferencesActions.get())},
+        {QStringLiteral("categories"), QVariant::fromValue<QObject*>(m_categories.get())},
     };
     m_ordinaryWindow = !statusItem;
 
@@ -181,6 +184,7 @@ void AppDelegate::showPopover() {
 
 void AppDelegate::showPreferences() {
     m_preferencesActions->syncLoginItem(); // shows what is really set up, each time
+    m_categories->refresh();               // and the applications seen up to now
     if (DashboardWindows* w = windows())
         w->showPreferences();
 }

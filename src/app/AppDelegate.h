@@ -10,6 +10,7 @@
 #include <memory>
 
 class AppEvents;
+class CategoriesModel;
 class ClipboardPasteboard;
 class Alerts;
 class DayStore;
@@ -92,6 +93,7 @@ private:
     std::unique_ptr<OnboardingNote> m_onboardingNote;
     std::unique_ptr<LoginItem> m_loginItem;
     std::unique_ptr<PreferencesActions> m_preferencesActions;
+    std::unique_ptr<CategoriesModel> m_categories;
 
     std::unique_ptr<StatusItem> m_statusItem;
     std::unique_ptr<StatusPresenter> m_presenter;

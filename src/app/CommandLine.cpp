@@ -18,10 +18,10 @@
 namespace {
 
 const QStringList verbs = {
-    QStringLiteral("defaults"), QStringLiteral("status"),   QStringLiteral("history"),
-    QStringLiteral("export"),   QStringLiteral("summary"),  QStringLiteral("update"),
-    QStringLiteral("track"),    QStringLiteral("help"),     QStringLiteral("--help"),
-    QStringLiteral("-h"),       QStringLiteral("--version")};
+    QStringLiteral("defaults"), QStringLiteral("status"),     QStringLiteral("history"),
+    QStringLiteral("export"),   QStringLiteral("summary"),    QStringLiteral("update"),
+    QStringLiteral("track"),    QStringLiteral("categories"), QStringLiteral("help"),
+    QStringLiteral("--help"),   QStringLiteral("-h"),         QStringLiteral("--version")};
 
 QString printableValue(const QVariant& v) {
     if (v.typeId() == QMetaType::QByteArray)
@@ -82,6 +82,10 @@ QString CommandLine::usage() {
         "  defaults write KEY -T VALUE   store; -T: -int -float -bool -string -data-file\n"
         "  defaults delete KEY           remove a setting\n"
         "  track [--tick-ms N]           record sessions without the tray until stopped\n"
+        "  categories                    the categories, recent applications and your rules\n"
+        "  categories set [--site] ID C  count application id prefix ID (or a domain) as C\n"
+        "  categories set ... ID T N     or as token type T earning N (1 to 1000) a minute\n"
+        "  categories remove [--site] ID remove your rule: the built-in category applies\n"
         "  help, --help                  this text\n"
         "  --version                     the version\n"
         "  --snapshot DIR                render the dashboard from demo data into DIR\n"
@@ -146,6 +150,8 @@ int CommandLine::run(const QStringList& args) {
         return update(rest);
     if (verb == QLatin1String("track"))
         return track(rest);
+    if (verb == QLatin1String("categories"))
+        return categories(rest);
     return usageError(QStringLiteral("unknown verb '%1'").arg(verb));
 }
 

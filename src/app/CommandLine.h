@@ -25,6 +25,8 @@ public:
     int run(const QStringList& args);
 
     static QString usage();
+    // What the command line says of a stored rules value that cannot be read.
+    static QString unreadableRulesMessage();
 
 private:
     int usageError(const QString& message);
@@ -41,6 +43,8 @@ private:
     int summary(const QStringList& args);       // ExportCommands.cpp
     int update(const QStringList& args);        // UpdateCommand.cpp
     int track(const QStringList& args);         // TrackCommand.cpp
+    int categories(const QStringList& args);    // CategoriesCommand.cpp
+    int listCategories();                       // CategoriesCommand.cpp
 
     const Clock& m_clock;
     FILE* m_out;

@@ -5,9 +5,11 @@
 
 #include "model/AppEvents.h"
 #include "model/OnboardingNote.h"
+#include "model/CategoryRules.h"
 #include "model/PreferencesModel.h"
 #include "sensing/ActivityMonitor.h"
 #include "sensing/SessionContextEngine.h"
+#include "services/CategoriesModel.h"
 #include "store/DayStore.h"
 #include "store/DemoData.h"
 #include "store/SqliteDefaults.h"
@@ -59,9 +61,10 @@ const char* const cardNames[] = {
 
 class Renderer {
 public:
-    Renderer(QString directory, QVariantMap models)
+    Renderer(QString directory, QVariantMap models, QObject* categories)
         : m_directory(std::move(directory))
-        , m_models(std::move(models)) {}
+        , m_models(std::move(models))
+        , m_categories(categories) {}
 
     bool renderAll() {
         for (bool dark : {false, true}) {
@@ -141,12 +144,13 @@ private:
     bool renderPreferences(const QString& theme) {
         const QVariantMap properties{
             {QStringLiteral("preferences"), m_models.value(QStringLiteral("preferences"))},
-            {QStringLiteral("actions"), m_models.value(QStringLiteral("checker"))}};
+            {QStringLiteral("actions"), m_models.value(QStringLiteral("checker"))},
+            {QStringLiteral("categories"), QVariant::fromValue(m_categories)}};
         auto* preferences =
             m_models.value(QStringLiteral("preferences")).value<PreferencesModel*>();
         preferences->setAlertEnabled(true);
         preferences->setEndOfDayEnabled(true);
-        for (int tab = 0; tab < 3; ++tab) {
+        for (int tab = 0; tab < 4; ++tab) {
             QQuickWindow window;
             window.resize(420, 480);
             QQuickItem* view = create(QStringLiteral("PreferencesView"), window, properties);
@@ -196,6 +200,7 @@ private:
 
     QString m_directory;
     QVariantMap m_models;
+    QObject* m_categories;
     QQmlEngine m_engine;
     QStringList m_written;
     QString m_error;
@@ -236,6 +241,13 @@ int SnapshotMode::run(int argc, char* argv[], const QString& directory) {
     QCoreApplication::processEvents();
 
     PreferencesModel preferences(*defaults);
+    // One rule of the user's, so the categories tab shows both kinds of entry.
+    QString ignored;
+    CategoryRules::write(
+        *defaults, {*CategoryRules::make(CategoryRule::Kind::app, QStringLiteral("com.tinyspeck"),
+                                         {QStringLiteral("Writing")}, &ignored)});
+    CategoriesModel categories(*defaults, clock);
+    categories.refresh();
     AppEvents events;
     OnboardingNote note(OnboardingNote::forThisSession());
     DemoServices services;
@@ -251,7 +263,7 @@ int SnapshotMode::run(int argc, char* argv[], const QString& directory) {
         {QStringLiteral("onboardingNote"), QVariant::fromValue<QObject*>(&note)},
     };
 
-    Renderer renderer(directory, models);
+    Renderer renderer(directory, models, &categories);
     const bool ok = renderer.renderAll();
     for (const QString& path : renderer.written())
         std::printf("%s\n", qPrintable(path));

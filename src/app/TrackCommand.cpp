@@ -6,6 +6,7 @@
 #include "TrackingLock.h"
 #include "UnixSignalWatcher.h"
 
+#include "model/CategoryRules.h"
 #include "platform/Clock.h"
 #include "platform/linux/X11Workspace.h"
 #include "store/DayStore.h"
@@ -57,6 +58,9 @@ int CommandLine::track(const QStringList& args) {
     if (!sensors.workspace().hasActiveWindowSupport())
         std::fprintf(m_err, "mindmeter: the window manager does not publish the active window "
                             "(_NET_ACTIVE_WINDOW); no application will be seen in front\n");
+
+    if (CategoryRules::read(*defaults).isCorrupt())
+        std::fprintf(m_err, "mindmeter: %s\n", qUtf8Printable(unreadableRulesMessage()));
 
     Alerts alerts(store, sensors.context(), *defaults, m_clock);
 

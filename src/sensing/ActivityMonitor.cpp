@@ -24,13 +24,19 @@ ActivityMonitor::ActivityMonitor(DayStore& store, Workspace& workspace, IdleSour
     , m_clock(clock)
     , m_multiplier(std::move(multiplier))
     , m_options(std::move(options))
-    , m_sessionStart(clock.now()) {
+    , m_sessionStart(clock.now())
+    , m_rules(defaults) {
     m_tickTimer.setInterval(m_options.tickIntervalMs);
     connect(&m_tickTimer, &QTimer::timeout, this, &ActivityMonitor::tick);
     connect(&m_store, &DayStore::cachedVelocityChanged, this,
             &ActivityMonitor::tokenVelocityChanged);
     connect(&m_store, &DayStore::cachedHourlyBucketsChanged, this,
             &ActivityMonitor::hourlyDataChanged);
+    // A change made here or by another process (an empty key) may be a change of the rules.
+    connect(&m_defaults, &Defaults::valueChanged, this, [this](const QString& key) {
+        if (key.isEmpty() || key == CategoryRules::key)
+            followRuleChange();
+    });
 }
 
 qint64 ActivityMonitor::tokenVelocity() const {
@@ -62,6 +68,7 @@ void ActivityMonitor::stop() {
 }
 
 void ActivityMonitor::flushAccumulated() {
+    followRuleChange();
     if (m_currentCategory && m_accumulatedSecs >= 5)
         flush(m_accumulatedSecs / 60.0, *m_currentCategory);
 }
@@ -89,6 +96,7 @@ void ActivityMonitor::tick() {
         }
         m_accumulatedSecs += 10; // a tick counts ten seconds, whatever the wall clock says
         if (m_currentCategory && m_accumulatedSecs >= 60) {
+            followRuleChange();
             const double whole = std::trunc(m_accumulatedSecs / 60);
             m_accumulatedSecs = std::fmod(m_accumulatedSecs, 60);
             flush(whole, *m_currentCategory);
@@ -118,16 +126,42 @@ void ActivityMonitor::beginSession(const std::optional<RunningApp>& app) {
     m_accumulatedSecs = 0;
 
     const QString id = app ? app->bundleID : QString();
-    AppCategory resolved = category(id);
+    AppCategory resolved = resolveCategory(id);
     if (resolved.isTerminal && isClaudeCodeActive())
         resolved = AppCategory{{id}, TokenType::ai, 50, QStringLiteral("Claude Code"), false};
     m_currentCategory = resolved;
 
-    QString name = app ? app->localizedName : QString();
+    publishCategory(resolved);
+}
+
+AppCategory ActivityMonitor::resolveCategory(const QString& bundleID) {
+    const CategoryRules& rules = m_rules.current();
+    m_categoryRulesRevision = m_rules.revision();
+    return rules.categoryFor(bundleID);
+}
+
+void ActivityMonitor::followRuleChange() {
+    if (!m_currentCategory)
+        return;
+    m_rules.current();
+    if (m_rules.revision() == m_categoryRulesRevision)
+        return;
+    const QString id = m_frontApp ? m_frontApp->bundleID : QString();
+    AppCategory resolved = resolveCategory(id);
+    // The cached answer only: a rule change starts no process check of its own.
+    if (resolved.isTerminal && m_claudeCodeRunning)
+        resolved = AppCategory{{id}, TokenType::ai, 50, QStringLiteral("Claude Code"), false};
+    m_currentCategory = resolved;
+    publishCategory(resolved);
+}
+
+void ActivityMonitor::publishCategory(const AppCategory& category) {
+    QString name = m_frontApp ? m_frontApp->localizedName : QString();
     if (name.isEmpty())
-        name = id.isEmpty() ? QStringLiteral("Unknown") : id;
-    const TokenType type = resolved.tokenType;
-    const qint64 rate = resolved.tokensPerMinute;
+        name = m_frontApp && !m_frontApp->bundleID.isEmpty() ? m_frontApp->bundleID
+                                                             : QStringLiteral("Unknown");
+    const TokenType type = category.tokenType;
+    const qint64 rate = category.tokensPerMinute;
     QMetaObject::invokeMethod(
         this,
         [this, name, type, rate] {

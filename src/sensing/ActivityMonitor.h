@@ -1,6 +1,7 @@
 #pragma once
 
 #include "model/AppCategory.h"
+#include "model/CategoryRulesCache.h"
 #include "model/TokenType.h"
 #include "platform/Clock.h"
 #include "platform/Defaults.h"
@@ -20,7 +21,8 @@ class DayStore;
 // The main loop: follows the front application on a ten-second tick while the user is at
 // the keyboard, turns each minute there into tokens at the application's rate times the
 // working mode's multiplier, and hands the result to the day store. Coming back from a
-// break of 10 to 120 minutes gives tokens back.
+// break of 10 to 120 minutes gives tokens back. The user's category rules are consulted
+// before the registry; a change to them applies from the next converted minute.
 class ActivityMonitor : public QObject {
     Q_OBJECT
     Q_PROPERTY(QString currentApp READ currentApp NOTIFY currentAppChanged)
@@ -79,6 +81,10 @@ private:
     void flush(double minutes, const AppCategory& category);
     bool isClaudeCodeActive();
     void flushAccumulated();
+    AppCategory resolveCategory(const QString& bundleID);
+    // After the user's rules changed: the stay goes on under the category they now give.
+    void followRuleChange();
+    void publishCategory(const AppCategory& category);
 
     DayStore& m_store;
     Workspace& m_workspace;
@@ -98,6 +104,8 @@ private:
     QDateTime m_sessionStart;
     double m_accumulatedSecs = 0;
     std::optional<AppCategory> m_currentCategory;
+    CategoryRulesCache m_rules;
+    quint64 m_categoryRulesRevision = 0; // of the rules m_currentCategory was resolved with
     std::optional<qint64> m_idleStartMs; // on the clock's elapsed-time scale
     bool m_claudeCodeRunning = false;
     std::optional<qint64> m_claudeCheckMs; // on the clock's elapsed-time scale

@@ -29,7 +29,8 @@ BrowserAITracker::BrowserAITracker(DayStore& store, Workspace& workspace, Browse
     , m_workspace(workspace)
     , m_tabs(tabs)
     , m_defaults(defaults)
-    , m_clock(clock) {
+    , m_clock(clock)
+    , m_rules(defaults) {
     m_timer.setInterval(options.pollIntervalMs);
     connect(&m_timer, &QTimer::timeout, this, &BrowserAITracker::poll);
 }
@@ -143,6 +144,9 @@ void BrowserAITracker::handleAnswer(const std::optional<QString>& url) {
 }
 
 void BrowserAITracker::processURL(const QString& url) {
+    // The user's site rules come before the tables.
+    if (const CategoryRule* rule = m_rules.current().siteRule(url))
+        return processRule(*rule);
     // Meetings first: an address naming both kinds of site is a meeting.
     for (const Site& site : meetingLookup())
         if (url.contains(site.domain))
@@ -151,6 +155,23 @@ void BrowserAITracker::processURL(const QString& url) {
     for (const Site& site : aiLookup())
         if (url.contains(site.domain))
             return record(QStringLiteral("browser.ai."), site, TokenType::ai, aiTokens);
+}
+
+void BrowserAITracker::processRule(const CategoryRule& rule) {
+    // A known site keeps its name; any other is shown by its domain.
+    Site site{rule.match, rule.match};
+    for (const Site& known : aiDomains() + meetingDomains())
+        if (known.domain.compare(rule.match, Qt::CaseInsensitive) == 0)
+            site.display = known.display;
+    if (rule.categoryName == QLatin1String("Video Call"))
+        return record(QStringLiteral("browser.meeting."), site, TokenType::input, meetingTokens);
+    if (rule.categoryName == QLatin1String("AI Tool"))
+        return record(QStringLiteral("browser.ai."), site, TokenType::ai, aiTokens);
+    // A type and a rate: the half minute each new address stands for, at least one token.
+    if (!rule.namesCategory())
+        return record(QStringLiteral("browser.site."), site, rule.tokenType,
+                      std::max<qint64>(rule.tokensPerMinute / 2, 1));
+    // Any other category takes the site out of the tables: its time is the browser's.
 }
 
 void BrowserAITracker::record(const QString& bundlePrefix, const Site& site, TokenType type,

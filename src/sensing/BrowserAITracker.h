@@ -1,5 +1,6 @@
 #pragma once
 
+#include "model/CategoryRulesCache.h"
 #include "platform/BrowserTabSource.h"
 #include "platform/Clock.h"
 #include "platform/Defaults.h"
@@ -20,7 +21,9 @@
 // tab (a source may read it on another thread and answer later); a new address on a known
 // meeting or AI site adds one small fixed session. Staying on one page records it once; an empty
 // answer (no window, no access) forgets the address, so coming back to the page counts again.
-// Everything runs on the object's thread (the main thread).
+// The user's site rules are consulted before the tables: "AI Tool" and "Video Call" make a site
+// an AI or a meeting site, a type and a rate give each new address half a minute at that rate,
+// any other category records nothing. Everything runs on the object's thread (the main thread).
 //
 // The consent probe: start() runs it at once, except on a first launch, where it waits for
 // the onboarding to finish. The application connects the onboarding's
@@ -70,6 +73,7 @@ private:
     void probeForPermission();
     void handleAnswer(const std::optional<QString>& url);
     void processURL(const QString& url);
+    void processRule(const CategoryRule& rule);
     void record(const QString& bundlePrefix, const Site& site, TokenType type, qint64 tokens);
 
     DayStore& m_store;
@@ -77,6 +81,7 @@ private:
     BrowserTabSource& m_tabs;
     const Defaults& m_defaults;
     const Clock& m_clock;
+    CategoryRulesCache m_rules;
 
     QTimer m_timer;
     bool m_waitingForOnboarding = false;

@@ -15,6 +15,19 @@ bool startsWithAny(const QString& id, const QStringList& prefixes) {
                        [&](const QString& p) { return id.startsWith(p); });
 }
 
+// Whether an identifier is on one of the lists: a rule naming a category decides for the
+// identifiers it matches, the fixed prefixes for all others.
+struct ModeList {
+    const QStringList& prefixes;
+    QStringList categories;
+
+    bool contains(const QString& id, const CategoryRules& rules) const {
+        if (const CategoryRule* rule = rules.appRule(id); rule && rule->namesCategory())
+            return categories.contains(rule->categoryName);
+        return startsWithAny(id, prefixes);
+    }
+};
+
 } // namespace
 
 const QStringList SessionContextEngine::ideIDs = {
@@ -117,7 +130,8 @@ SessionContextEngine::SessionContextEngine(Workspace& workspace, IdleSource& idl
     , m_store(store)
     , m_defaults(defaults)
     , m_clock(clock)
-    , m_options(options) {
+    , m_options(options)
+    , m_rules(defaults) {
     m_timer.setInterval(options.tickIntervalMs);
     connect(&m_timer, &QTimer::timeout, this, &SessionContextEngine::tick);
 }
@@ -154,26 +168,34 @@ QStringList SessionContextEngine::runningBundleIDs() {
     return m_cachedRunning;
 }
 
-SessionContextEngine::Mode
-SessionContextEngine::classify(const QString& front, const QStringList& running, qint64 switches) {
+SessionContextEngine::Mode SessionContextEngine::classify(const QString& front,
+                                                          const QStringList& running,
+                                                          qint64 switches,
+                                                          const CategoryRules& rules) {
+    static const ModeList ai{aiIDs, {QStringLiteral("AI Tool")}};
+    static const ModeList meeting{meetingIDs, {QStringLiteral("Video Call")}};
+    static const ModeList chat{chatIDs, {QStringLiteral("Messaging")}};
+    static const ModeList writing{writingIDs, {QStringLiteral("Writing"), QStringLiteral("Email")}};
+    static const ModeList ide{ideIDs, {QStringLiteral("Code Editor")}};
+    static const ModeList browser{browserIDs, {QStringLiteral("Browser")}};
     if (switches > 14)
         return Mode::distracted;
     if (switches > 7)
         return Mode::switching;
-    if (startsWithAny(front, aiIDs))
+    if (ai.contains(front, rules))
         return Mode::aiSession;
-    if (startsWithAny(front, meetingIDs))
+    if (meeting.contains(front, rules))
         return Mode::meeting;
-    if (startsWithAny(front, chatIDs))
+    if (chat.contains(front, rules))
         return Mode::communication;
-    if (startsWithAny(front, writingIDs))
+    if (writing.contains(front, rules))
         return Mode::writing;
     // An open IDE anywhere makes otherwise unclassified work deep work.
-    if (startsWithAny(front, ideIDs) ||
+    if (ide.contains(front, rules) ||
         std::any_of(running.begin(), running.end(),
-                    [](const QString& id) { return startsWithAny(id, ideIDs); }))
+                    [&](const QString& id) { return ide.contains(id, rules); }))
         return Mode::coding;
-    if (startsWithAny(front, browserIDs))
+    if (browser.contains(front, rules))
         return Mode::browsing;
     return Mode::idle;
 }
@@ -192,7 +214,7 @@ void SessionContextEngine::tick() {
     const QDateTime cutoff = now.addSecs(-3600);
     m_switchLog.removeIf([&](const Switch& s) { return s.time < cutoff; });
     const qint64 count = m_switchLog.size();
-    const Mode mode = classify(front, running, count);
+    const Mode mode = classify(front, running, count, m_rules.current());
 
     // Published on a later turn of the event loop; dropped if the engine is gone by then.
     QMetaObject::invokeMethod(

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "model/CategoryRules.h"
+#include "model/CategoryRulesCache.h"
 #include "platform/Clock.h"
 #include "platform/Defaults.h"
 #include "platform/IdleSource.h"
@@ -79,8 +81,12 @@ public:
     qint64 switchesLastHour() const { return m_switchesLastHour; }
 
     // The pure classification rule, for a front identifier, the open applications and the
-    // number of switches in the last hour.
-    static Mode classify(const QString& front, const QStringList& running, qint64 switches);
+    // number of switches in the last hour. A user rule that names a category decides which
+    // of the lists the identifiers it matches belong to: "AI Tool" the AI list, "Video Call"
+    // the meeting list, "Messaging" the chat list, "Writing" and "Email" the writing list,
+    // "Code Editor" the IDE list, "Browser" the browser list, any other category none.
+    static Mode classify(const QString& front, const QStringList& running, qint64 switches,
+                         const CategoryRules& rules = {});
 
 signals:
     void modeChanged();
@@ -106,6 +112,7 @@ private:
     const Defaults& m_defaults;
     const Clock& m_clock;
     Options m_options;
+    CategoryRulesCache m_rules;
 
     Mode m_mode = Mode::idle;
     qint64 m_switchesLastHour = 0;

@@ -3,12 +3,14 @@ import QtQuick.Controls
 import QtQuick.Layouts
 import Mindmeter
 
-// The preferences: three tabs of settings, each written the moment it changes.
+// The preferences: tabs of settings, each written the moment it changes.
 Pane {
     id: view
     required property var preferences
     // Launch at login and the digest's rescheduling.
     required property var actions
+    // The user's own categories (CategoriesModel); the tab stays empty without it.
+    property var categories: null
     property alias selectedTab: tabs.currentIndex
     width: 420
     height: 480
@@ -95,7 +97,8 @@ Pane {
             objectName: "tabs"
             Layout.fillWidth: true
             Repeater {
-                model: [["General", "slider.horizontal.3"], ["Alerts", "star.fill"], ["System", "desktopcomputer"]]
+                model: [["General", "slider.horizontal.3"], ["Alerts", "star.fill"], ["System", "desktopcomputer"],
+                        ["Categories", "square.grid.2x2"]]
                 delegate: TabButton {
                     id: tab
                     required property var modelData
@@ -323,6 +326,11 @@ Pane {
                     }
                 }
                 Item { Layout.fillHeight: true }
+            }
+
+            Loader {
+                active: view.categories !== null
+                sourceComponent: CategoriesPrefTab { categories: view.categories }
             }
         }
     }

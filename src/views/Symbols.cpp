@@ -46,6 +46,7 @@ const QHash<QString, char16_t>& Symbols::table() {
         {QStringLiteral("star.fill"), 0xe838},                      // star
         {QStringLiteral("desktopcomputer"), 0xe30c},                // desktop_windows
         {QStringLiteral("circle.dotted"), 0xe836},                  // radio_button_unchecked
+        {QStringLiteral("square.grid.2x2"), 0xe574},                // category
     };
     return symbols;
 }

@@ -133,6 +133,15 @@ void CommandLineTest::usageErrorsWriteNothing_data() {
     QTest::newRow("status formats at odds") << QStringList{"status", "--json", "--format", "plain"};
     QTest::newRow("history days range") << QStringList{"history", "--days", "91"};
     QTest::newRow("history days missing") << QStringList{"history", "--days"};
+    QTest::newRow("unknown category") << QStringList{"categories", "set", "org.kde.kate", "Notes"};
+    QTest::newRow("rate zero") << QStringList{"categories", "set", "org.kde.kate", "ai", "0"};
+    QTest::newRow("rate too high")
+        << QStringList{"categories", "set", "--site", "example.com", "input", "1001"};
+    QTest::newRow("unknown token type")
+        << QStringList{"categories", "set", "org.kde.kate", "thinking", "20"};
+    QTest::newRow("empty application id") << QStringList{"categories", "set", " ", "Writing"};
+    QTest::newRow("categories action") << QStringList{"categories", "list"};
+    QTest::newRow("remove without id") << QStringList{"categories", "remove"};
 }
 
 void CommandLineTest::usageErrorsWriteNothing() {
@@ -250,7 +259,7 @@ void CommandLineTest::helpAndVersion() {
         QVERIFY2(!entry.startsWith(' '), entry.constData());
     for (const char* verb : {"status ", "history ", "export ", "summary ", "update ",
                              "defaults read ", "defaults write ", "defaults delete ", "track ",
-                             "help, --help ", "--version ", "--snapshot "}) {
+                             "categories remove ", "help, --help ", "--version ", "--snapshot "}) {
         qsizetype count = 0;
         for (const QByteArray& entry : entries)
             count += entry.startsWith(verb) ? 1 : 0;

@@ -20,6 +20,7 @@ private slots:
     void init();
     void recordsTheFocusedTerminal();
     void creditsSavesAndCommitsUnderHome();
+    void userRulesApplyFromTheNextMinute();
     void refusesWithoutAnX11Display_data();
     void refusesWithoutAnX11Display();
 
@@ -181,6 +182,64 @@ void TrackTest::creditsSavesAndCommitsUnderHome() {
                                     s.appName.startsWith("\U0001F4BB Code \u2014 ");
                          }),
              qPrintable(names.join("\n")));
+}
+
+void TrackTest::userRulesApplyFromTheNextMinute() {
+    const QString key = "mindmeter.categoryRules";
+    const QString xterm = "com.apple.Terminal.XTerm";
+    int status = 0;
+    // A value that cannot be read is ignored as a whole, and said so.
+    run({"defaults", "write", key, "-string", R"([{"app": "com.apple.Terminal", "rate": 5}])"});
+    const quint32 term = m_windows.openTerminal("xterm", "XTerm");
+    QVERIFY(term);
+    X11Windows::activate(term);
+    X11Windows::moveMouse(50, 50);
+    QProcess* track = startTrack();
+    QByteArray said;
+    QTRY_VERIFY2((said += track->readAllStandardError()).contains("tracking"), said.constData());
+    QVERIFY2(said.contains("category rules (" + key.toUtf8() + ") cannot be read and are ignored"),
+             said.constData());
+    QVERIFY(run({"categories"}, &status).contains("cannot be read and are ignored"));
+    QCOMPARE(status, 0);
+    run({"categories", "set", xterm, "Writing"}, &status);
+    QCOMPARE(status, 1); // nothing is built on an unreadable list
+    run({"defaults", "delete", key});
+
+    const QString day = QDateTime::currentDateTimeUtc().date().toString(Qt::ISODate);
+    const auto sessions = [&] {
+        return SessionCodec::decodeDay(run({"defaults", "read", "mindmeter.sessions." + day}))
+            .value_or(QList<ActivitySession>{});
+    };
+    // Each step: the change, then whole minutes recorded after it. The first session to
+    // appear after the command returned may have been counted just before the change; every
+    // later one earns the new rate.
+    struct Step {
+        QStringList change;
+        TokenType type;
+        qint64 perMinute;
+    };
+    for (const Step& step : {Step{{"set", xterm, "Writing"}, TokenType::output, 32},
+                             Step{{"remove", xterm}, TokenType::reasoning, 8},
+                             Step{{"set", "com.apple.terminal", "ai", "1000"}, TokenType::ai, 1000},
+                             Step{{"remove", "com.apple.Terminal"}, TokenType::reasoning, 8}}) {
+        const QByteArray out = run(QStringList{"categories"} + step.change, &status);
+        QVERIFY2(status == 0, out.constData());
+        const qsizetype before = sessions().size();
+        QList<ActivitySession> later;
+        QTRY_VERIFY_WITH_TIMEOUT((later = sessions().mid(before + 1)).size() >= 3, 30000);
+        for (const ActivitySession& s : later) {
+            QCOMPARE(s.appBundleID, xterm);
+            QCOMPARE(s.tokenType, step.type);
+            QCOMPARE(s.rawTokens, step.perMinute);
+        }
+    }
+    // Removing a rule that is not there changes nothing and says so.
+    QVERIFY(
+        run({"categories", "remove", xterm}, &status).contains("no rule for " + xterm.toUtf8()));
+    QCOMPARE(status, 1);
+    ::kill(pid_t(track->processId()), SIGTERM);
+    QVERIFY(track->waitForFinished(10000));
+    QCOMPARE(track->exitCode(), 0);
 }
 
 void TrackTest::refusesWithoutAnX11Display_data() {

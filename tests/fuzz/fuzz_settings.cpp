@@ -3,8 +3,10 @@
 // hand-edited database or `defaults write`. The first byte of the input picks the stored
 // type, the rest is the value. Conversions must not crash or invoke undefined behaviour,
 // numbers must survive their text form, and the SQLite store must give back exactly what
-// it accepted.
+// it accepted. The value is stored as the user's category rules, which are read whole or
+// ignored whole.
 
+#include "model/CategoryRules.h"
 #include "store/SqliteDefaults.h"
 
 #include <cmath>
@@ -59,7 +61,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
 
     static const std::unique_ptr<SqliteDefaults> db =
         SqliteDefaults::open(QStringLiteral(":memory:"));
-    const QString key = QStringLiteral("mindmeter.fuzz");
+    const QString key = CategoryRules::key;
     // Only a NaN is refused (SQLite would keep it as NULL).
     const bool nan = v.typeId() == QMetaType::Double && std::isnan(asReal);
     if (db->setValue(key, v) == nan)
@@ -81,6 +83,16 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
             std::abort();
     } else if (back != v) {
         std::abort();
+    }
+
+    // Rules that read are stored again as the same rules.
+    const CategoryRules rules = CategoryRules::read(*db);
+    if (!rules.isCorrupt()) {
+        const auto again = CategoryRules::decode(CategoryRules::encode(rules.rules()));
+        if (!again || CategoryRules::encode(*again) != CategoryRules::encode(rules.rules()))
+            std::abort();
+        (void)rules.categoryFor(QStringLiteral("org.kde.kate"));
+        (void)rules.siteRule(QStringLiteral("https://chat.example.com/"));
     }
     return 0;
 }

@@ -1,5 +1,6 @@
 #include "model/ActivitySession.h"
 #include "model/AppCategory.h"
+#include "model/CategoryRules.h"
 #include "model/Format.h"
 #include "model/SessionCodec.h"
 
@@ -17,6 +18,8 @@ private slots:
     void lookup_data();
     void lookup();
     void unknownApplicationsAreOther();
+    void userRules_data();
+    void userRules();
     void everyPrefixFindsItsOwnCategory();
     void tokenTypes();
     void weightingTruncates();
@@ -108,6 +111,75 @@ void TokenModelTest::unknownApplicationsAreOther() {
     // A known category comes back whole, with the registry's mixed-case list.
     QCOMPARE(category("com.apple.dt.xcode.helper").bundleIDPrefixes,
              appCategoryRegistry()[1].bundleIDPrefixes);
+}
+
+void TokenModelTest::userRules_data() {
+    QTest::addColumn<QByteArray>("rules");
+    QTest::addColumn<QString>("id");
+    QTest::addColumn<QString>("name");
+    QTest::addColumn<qint64>("customRate"); // for a rule of a type and a rate of its own
+    const QByteArray kate = R"([{"app": "org.kde", "category": "Email"},
+                                {"app": "ORG.KDE.kate", "category": "writing"}])";
+    QTest::newRow("no rules") << QByteArray("[]") << "com.apple.Safari"
+                              << "Browser" << 0ll;
+    QTest::newRow("rule over the registry")
+        << QByteArray(R"([{"app": "com.apple.Safari", "category": "Reading"}])")
+        << "com.apple.Safari.x"
+        << "Reading" << 0ll;
+    QTest::newRow("short rule over a long registry prefix")
+        << QByteArray(R"([{"app": "com", "category": "Podcast"}])") << "com.openai.chat"
+        << "Podcast" << 0ll;
+    QTest::newRow("longest rule, any case") << kate << "org.kde.Kate"
+                                            << "Writing" << 0ll;
+    QTest::newRow("shorter rule") << kate << "org.kde.dolphin"
+                                  << "Email" << 0ll;
+    QTest::newRow("no rule matches") << kate << "org.gnome.gedit"
+                                     << "Other" << 0ll;
+    QTest::newRow("type and rate")
+        << QByteArray(R"([{"app": "org.example.ide", "type": "reasoning", "rate": 1000}])")
+        << "org.example.ide"
+        << "Custom" << 1000ll;
+    QTest::newRow("a site rule is not an application rule")
+        << QByteArray(R"([{"site": "org.kde.kate", "category": "Writing"}])") << "org.kde.kate"
+        << "Other" << 0ll;
+    // Any entry that is not valid voids the whole list: the registry applies.
+    const char* const unreadable[] = {
+        "not json",
+        R"({"app": "org.kde.kate", "category": "Writing"})",
+        R"([{"app": "org.kde.kate", "category": "Writing"}, {"app": "x", "category": "Other"}])",
+        R"([{"app": "org.kde.kate", "type": "reasoning", "rate": 0}])",
+        R"([{"app": "org.kde.kate", "type": "reasoning", "rate": 1001}])",
+        R"([{"app": "org.kde.kate", "type": "reasoning", "rate": 2.5}])",
+        R"([{"app": "org.kde.kate", "type": "reasoning", "rate": 1e300}])",
+        R"([{"app": "org.kde.kate", "type": "thinking", "rate": 20}])",
+        R"([{"app": "org.kde.kate", "category": "Writing", "rate": 20}])",
+        R"([{"app": "", "category": "Writing"}])",
+        R"([{"app": "org.kde.kate", "site": "kate.org", "category": "Writing"}])",
+        R"([{"app": 7, "category": "Writing"}])",
+        R"([{"app": "org.kde.kate"}])",
+    };
+    for (const char* json : unreadable)
+        QTest::newRow(json) << QByteArray(json) << "org.kde.kate"
+                            << "unreadable" << 0ll;
+}
+
+void TokenModelTest::userRules() {
+    QFETCH(QByteArray, rules);
+    QFETCH(QString, id);
+    QFETCH(QString, name);
+    QFETCH(qint64, customRate);
+    const std::optional<QList<CategoryRule>> decoded = CategoryRules::decode(rules);
+    QCOMPARE(!decoded, name == "unreadable");
+    if (!decoded)
+        return;
+    // What is stored decodes to the same rules again.
+    QCOMPARE(CategoryRules::decode(CategoryRules::encode(*decoded))->size(), decoded->size());
+    const AppCategory found = CategoryRules(*decoded).categoryFor(id);
+    QCOMPARE(found.displayName, name);
+    const AppCategory* registered = CategoryRules::registryCategory(name);
+    QCOMPARE(found.tokensPerMinute, registered        ? registered->tokensPerMinute
+                                    : name == "Other" ? 8
+                                                      : customRate);
 }
 
 void TokenModelTest::everyPrefixFindsItsOwnCategory() {

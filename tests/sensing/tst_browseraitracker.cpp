@@ -2,6 +2,7 @@
 #include "Sessions.h"
 
 #include "model/AppPreferences.h"
+#include "model/CategoryRules.h"
 #include "sensing/BrowserAITracker.h"
 #include "store/SqliteDefaults.h"
 
@@ -66,6 +67,8 @@ private slots:
 
     void sitesAreRecognised_data();
     void sitesAreRecognised();
+    void siteRules_data();
+    void siteRules();
     void sameAddressCountsOnce();
     void onlyTheFrontBrowserIsAsked();
     void pollInsideAPollDoesNothing();
@@ -173,6 +176,50 @@ void BrowserAITrackerTest::sitesAreRecognised() {
     QCOMPARE(s.endTime, Timestamp::fromDateTime(m_clock->now()));
     QCOMPARE(s.duration(), 30.0);
     QVERIFY(!s.id.isNull());
+}
+
+void BrowserAITrackerTest::siteRules_data() {
+    QTest::addColumn<QString>("rules");
+    QTest::addColumn<QString>("url");
+    QTest::addColumn<QString>("recorded"); // "bundle id | name | type | raw tokens", or empty
+    QTest::newRow("an AI site of one's own")
+        << R"([{"site": "chat.example.com", "category": "AI Tool"}])"
+        << "https://CHAT.example.com/x"
+        << "browser.ai.chat.example.com | chat.example.com (web) | ai | 25";
+    QTest::newRow("a meeting site of one's own")
+        << R"([{"site": "talk.example.com", "category": "Video Call"}])"
+        << "https://talk.example.com/r/1"
+        << "browser.meeting.talk.example.com | talk.example.com (web) | input | 10";
+    QTest::newRow("a known site taken out")
+        << R"([{"site": "huggingface.co", "category": "Reading"}])"
+        << "https://huggingface.co/models"
+        << "";
+    QTest::newRow("a type and a rate: half a minute")
+        << R"([{"site": "docs.example.com", "type": "output", "rate": 41}])"
+        << "https://docs.example.com/a"
+        << "browser.site.docs.example.com | docs.example.com (web) | output | 20";
+    QTest::newRow("a rule before the tables, and a known name kept")
+        << R"([{"site": "claude.ai", "category": "Video Call"}])"
+        << "https://meet.google.com/abc?ref=claude.ai"
+        << "browser.meeting.claude.ai | Claude (web) | input | 10";
+    QTest::newRow("unreadable rules are ignored")
+        << "[{\"site\": \"claude.ai\"}]"
+        << "https://claude.ai/new"
+        << "browser.ai.claude.ai | Claude (web) | ai | 25";
+}
+
+void BrowserAITrackerTest::siteRules() {
+    QFETCH(QString, rules);
+    QFETCH(QString, url);
+    QFETCH(QString, recorded);
+    QVERIFY(m_db->setString(CategoryRules::key, rules));
+    poll(url);
+    QStringList seen;
+    for (const ActivitySession& s : m_store->sessions())
+        seen << QStringLiteral("%1 | %2 | %3 | %4")
+                    .arg(s.appBundleID, s.appName, TokenTypes::rawValue(s.tokenType))
+                    .arg(s.rawTokens);
+    QCOMPARE(seen, recorded.isEmpty() ? QStringList{} : QStringList{recorded});
 }
 
 void BrowserAITrackerTest::sameAddressCountsOnce() {

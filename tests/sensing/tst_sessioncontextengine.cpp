@@ -19,6 +19,8 @@ private slots:
     void modeTable();
     void classification_data();
     void classification();
+    void classificationWithUserRules_data();
+    void classificationWithUserRules();
     void switchesWithinTheHour();
     void noFrontAppIsNotASwitch();
     void runningListIsCachedForThirtySeconds();
@@ -101,6 +103,42 @@ void SessionContextEngineTest::classification() {
     QFETCH(int, switches);
     QFETCH(Mode, mode);
     QCOMPARE(SessionContextEngine::classify(front, running, switches), mode);
+}
+
+void SessionContextEngineTest::classificationWithUserRules_data() {
+    QTest::addColumn<QByteArray>("rules");
+    QTest::addColumn<QString>("front");
+    QTest::addColumn<QStringList>("running");
+    QTest::addColumn<Mode>("mode");
+    const QStringList none;
+    QTest::newRow("reassigned to AI")
+        << QByteArray(R"([{"app": "org.example", "category": "AI Tool"}])") << "org.example.chat"
+        << none << Mode::aiSession;
+    QTest::newRow("teams only as chat")
+        << QByteArray(R"([{"app": "com.microsoft.teams", "category": "Messaging"}])")
+        << "com.microsoft.teams2" << none << Mode::communication;
+    QTest::newRow("email counts as writing")
+        << QByteArray(R"([{"app": "org.gnome.Evolution", "category": "Email"}])")
+        << "org.gnome.Evolution" << none << Mode::writing;
+    QTest::newRow("an editor of one's own is an IDE")
+        << QByteArray(R"([{"app": "org.kde.kate", "category": "Code Editor"}])")
+        << "org.example.tool" << QStringList{"org.kde.kate"} << Mode::coding;
+    QTest::newRow("an IDE reassigned away no longer is one")
+        << QByteArray(R"([{"app": "com.microsoft.VSCode", "category": "Reading"}])")
+        << "com.microsoft.Excel" << QStringList{"com.microsoft.VSCode"} << Mode::idle;
+    QTest::newRow("a type and a rate leave the lists as they are")
+        << QByteArray(R"([{"app": "com.discord", "type": "reasoning", "rate": 20}])")
+        << "com.discord" << none << Mode::communication;
+}
+
+void SessionContextEngineTest::classificationWithUserRules() {
+    QFETCH(QByteArray, rules);
+    QFETCH(QString, front);
+    QFETCH(QStringList, running);
+    QFETCH(Mode, mode);
+    QCOMPARE(SessionContextEngine::classify(front, running, 0,
+                                            CategoryRules(*CategoryRules::decode(rules))),
+             mode);
 }
 
 void SessionContextEngineTest::switchesWithinTheHour() {

@@ -38,9 +38,21 @@ TestCase {
         function setLaunchAtLogin(on) { requested = requested.concat([on]) }
         function rescheduleDigest() { ++reschedules }
     }
+    QtObject {
+        id: fakeCategories
+        property var applications: [
+            { bundleID: "org.kde.kate", name: "Kate", category: "Other", ruled: false },
+            { bundleID: "com.discord", name: "Discord", category: "reasoning, 20 per minute", ruled: true }]
+        property var rules: [{ site: true, match: "chat.example.com", target: "AI Tool" }]
+        property var categoryNames: ["AI Tool", "Writing", "Messaging"]
+        property bool rulesUnreadable: false
+        property var calls: []
+        function assign(id, category) { calls = calls.concat([["assign", id, category]]) }
+        function removeRule(site, match) { calls = calls.concat([["remove", site, match]]) }
+    }
     Component {
         id: preferencesView
-        PreferencesView { preferences: fakePreferences; actions: fakeActions }
+        PreferencesView { preferences: fakePreferences; actions: fakeActions; categories: fakeCategories }
     }
 
     function make(tab) {
@@ -168,5 +180,24 @@ TestCase {
         compare(fakeActions.requested, [true])
         fakeActions.launchAtLoginHelp = ""
         verify(!findChild(view, "launchAtLoginHelp").visible)
+    }
+
+    function test_categories() {
+        const view = make(3)
+        const kate = findChild(view, "category_org.kde.kate")
+        verify(kate && kate.visible)
+        // A rule of a type and a rate of its own shows as it is, and counts as the user's.
+        const discord = findChild(view, "category_com.discord")
+        compare(discord.displayText, "reasoning, 20 per minute")
+        verify(discord.font.bold && !kate.font.bold)
+        kate.activated(1)
+        mouseClick(findChild(view, "remove_chat.example.com"))
+        compare(fakeCategories.calls, [["assign", "org.kde.kate", "Writing"],
+                                       ["remove", true, "chat.example.com"]])
+        // Nothing can be reassigned on top of rules that cannot be read.
+        fakeCategories.rulesUnreadable = true
+        verify(!kate.enabled)
+        verify(findChild(view, "unreadable").visible)
+        fakeCategories.rulesUnreadable = false
     }
 }
