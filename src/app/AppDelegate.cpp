@@ -2,6 +2,7 @@
 
 #include "Alerts.h"
 #include "DashboardWindows.h"
+#include "GnomeShellBackend.h"
 #include "PreferencesActions.h"
 #include "Sensors.h"
 #include "StatusMenu.h"
@@ -14,6 +15,7 @@
 #include "platform/linux/ClipboardPasteboard.h"
 #include "platform/linux/DesktopOpener.h"
 #include "platform/linux/DialogFileChooser.h"
+#include "platform/linux/GnomeShellWorkspace.h"
 #include "platform/linux/XdgAutostartLoginItem.h"
 #include "sensing/ActivityMonitor.h"
 #include "sensing/BrowserAITracker.h"
@@ -64,6 +66,15 @@ bool AppDelegate::applicationDidFinishLaunching(std::unique_ptr<StatusItem> stat
     m_defaults.watchForExternalChanges();
     m_preferences = std::make_unique<PreferencesModel>(m_defaults);
     m_events = std::make_unique<AppEvents>();
+    if (auto* gnome = qobject_cast<GnomeShellWorkspace*>(&m_sensors->workspace())) {
+        const auto tell = [events = m_events.get()](bool answers) {
+            events->setDesktopNotice(answers ? QString()
+                                             : GnomeShellWorkspace::extensionMissingMessage());
+        };
+        tell(gnome->extensionAnswers());
+        connect(gnome, &GnomeShellWorkspace::extensionAnswersChanged, m_events.get(), tell);
+        announceMissingGnomeShellExtension(*gnome, m_alerts->sink());
+    }
     m_loginItem = std::make_unique<XdgAutostartLoginItem>(QCoreApplication::applicationFilePath());
     m_preferencesActions = std::make_unique<PreferencesActions>(*m_loginItem, [this] {
         m_alerts->manager().scheduleEndOfDayDigest(m_store->totalWeighted());

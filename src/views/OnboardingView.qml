@@ -7,6 +7,8 @@ import Mindmeter
 Rectangle {
     id: page
     signal dismiss()
+    // Why the desktop cannot be followed yet, with what to do; empty when it can.
+    property string desktopNotice
     color: Theme.windowBackground
 
     ColumnLayout {
@@ -56,6 +58,16 @@ Rectangle {
                 title: "One permission needed"
                 description: AppInfo.browserPermissionNote
             }
+        }
+        TextLabel {
+            objectName: "desktopNotice"
+            visible: page.desktopNotice !== ""
+            text: page.desktopNotice
+            size: 11
+            color: Theme.orange
+            wrapMode: Text.WordWrap
+            elide: Text.ElideNone
+            Layout.fillWidth: true
         }
         Item { Layout.fillHeight: true }
         Button { // the prominent style: filled with the accent colour

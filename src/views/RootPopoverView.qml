@@ -34,7 +34,11 @@ Item {
     }
     Component {
         id: onboarding
-        OnboardingView { objectName: "onboarding"; onDismiss: root.finishOnboarding() }
+        OnboardingView {
+            objectName: "onboarding"
+            desktopNotice: root.events.desktopNotice || ""
+            onDismiss: root.finishOnboarding()
+        }
     }
     Component {
         id: dashboard

@@ -64,6 +64,7 @@ TestCase {
     QtObject {
         id: fakeEvents
         property int onboardingCompletions: 0
+        property string desktopNotice: ""
         function postOnboardingComplete() { ++onboardingCompletions }
     }
 
@@ -91,6 +92,14 @@ TestCase {
         const button = findChild(root, "getStarted")
         verify(button, "the welcome page is shown")
         verify(!findChild(root, "popover"))
+        // What keeps the desktop from being followed is said there, and goes when it is fixed.
+        const notice = findChild(root, "desktopNotice")
+        verify(!notice.visible)
+        fakeEvents.desktopNotice = "Turn it on with gnome-extensions enable x"
+        verify(notice.visible)
+        compare(notice.text, fakeEvents.desktopNotice)
+        fakeEvents.desktopNotice = ""
+        verify(!notice.visible)
         mouseClick(button)
         compare(fakePreferences.hasLaunchedBefore, true)
         compare(fakeEvents.onboardingCompletions, 1)
