@@ -60,7 +60,7 @@ trap 'kill $shell 2>/dev/null; wait $shell 2>/dev/null' EXIT
 # Ready once the shell has finished starting and answers on its bus; a busy machine may
 # take a while.
 ready=
-for _ in $(seq 600); do
+for _ in $(seq 1200); do
     if gdbus call --session -d org.gnome.Shell -o /org/gnome/Shell \
         -m org.freedesktop.DBus.Properties.Get org.gnome.Shell ShellVersion >/dev/null 2>&1 &&
         [ -S "$XDG_RUNTIME_DIR/$WAYLAND_DISPLAY" ]; then
