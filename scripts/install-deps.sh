@@ -27,6 +27,9 @@ packages=(
     # Tests: a real panel whose tray hosts status-notifier items (Xfce's, with its settings
     # daemon)
     xfce4-panel xfconf
+    # Tests: a headless GNOME Shell on Wayland (gsettings, gdbus and gnome-extensions come
+    # with it) and native GTK windows for it to show
+    gnome-shell mutter gjs libglib2.0-bin python3-gi gir1.2-gtk-3.0
     # The Debian package (dpkg-shlibdeps), and the validators the packaging tests run on the
     # installed files: menu entry, metainfo, man page, user unit
     dpkg-dev desktop-file-utils appstream groff-base systemd

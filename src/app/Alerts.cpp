@@ -20,3 +20,7 @@ Alerts::Alerts(DayStore& store, SessionContextEngine& context, Defaults& default
 }
 
 Alerts::~Alerts() = default;
+
+NotificationSink& Alerts::sink() const {
+    return *m_sink;
+}

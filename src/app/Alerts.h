@@ -7,6 +7,7 @@ class DBusNotificationSink;
 class DayStore;
 class Defaults;
 class NotificationManager;
+class NotificationSink;
 class SessionContextEngine;
 
 // Desktop notifications for a running tracker: the threshold and temperature alerts and the
@@ -17,6 +18,7 @@ public:
     ~Alerts();
 
     NotificationManager& manager() const { return *m_manager; }
+    NotificationSink& sink() const;
 
 private:
     std::unique_ptr<DBusNotificationSink> m_sink;

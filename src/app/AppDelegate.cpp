@@ -2,6 +2,7 @@
 
 #include "Alerts.h"
 #include "DashboardWindows.h"
+#include "GnomeShellBackend.h"
 #include "PreferencesActions.h"
 #include "Sensors.h"
 #include "StatusMenu.h"
@@ -15,6 +16,7 @@
 #include "platform/linux/ClipboardPasteboard.h"
 #include "platform/linux/DesktopOpener.h"
 #include "platform/linux/DialogFileChooser.h"
+#include "platform/linux/GnomeShellWorkspace.h"
 #include "platform/linux/XdgAutostartLoginItem.h"
 #include "sensing/ActivityMonitor.h"
 #include "sensing/BrowserAITracker.h"
@@ -67,6 +69,18 @@ bool AppDelegate::applicationDidFinishLaunching(std::unique_ptr<StatusItem> stat
     m_preferences = std::make_unique<PreferencesModel>(m_defaults);
     m_events = std::make_unique<AppEvents>();
     m_onboardingNote = std::make_unique<OnboardingNote>(OnboardingNote::forThisSession());
+    if (auto* gnome = qobject_cast<GnomeShellWorkspace*>(&m_sensors->workspace())) {
+        // Until the shell extension answers, the welcome page says how to turn it on.
+        const auto tell = [note = m_onboardingNote.get()](bool answers) {
+            note->setText(answers ? OnboardingNote::forSession(QString(), QString())
+                                  : OnboardingNote::forSession(QStringLiteral("wayland"),
+                                                               QStringLiteral("GNOME")));
+        };
+        tell(gnome->extensionAnswers());
+        connect(gnome, &GnomeShellWorkspace::extensionAnswersChanged, m_onboardingNote.get(),
+                tell);
+        announceMissingGnomeShellExtension(*gnome, m_alerts->sink());
+    }
     m_loginItem = std::make_unique<XdgAutostartLoginItem>(QCoreApplication::applicationFilePath());
     m_preferencesActions = std::make_unique<PreferencesActions>(*m_loginItem, [this] {
         m_alerts->manager().scheduleEndOfDayDigest(m_store->totalWeighted());

@@ -1,5 +1,7 @@
 #include "Sensors.h"
 
+#include "GnomeShellBackend.h"
+
 #include "platform/CompositeTabSource.h"
 #include "platform/linux/AppAliases.h"
 #include "platform/linux/AppIdentityResolver.h"
@@ -40,12 +42,14 @@ bool Sensors::create(Options options, QString* error) {
     m_resolver = std::make_unique<AppIdentityResolver>(
         *m_entries, AppAliases::builtIn(), QCoreApplication::applicationPid(),
         QString::fromLatin1(ActivityMonitor::ownBundleID));
-    m_workspace = X11Workspace::open(*m_resolver, error);
-    if (!m_workspace)
-        return false;
-    m_idle = X11IdleSource::open(error);
-    if (!m_idle)
-        return false;
+    if (!openGnomeShellBackend(*m_resolver, &m_workspace, &m_idle)) {
+        m_workspace = X11Workspace::open(*m_resolver, error);
+        if (!m_workspace)
+            return false;
+        m_idle = X11IdleSource::open(error);
+        if (!m_idle)
+            return false;
+    }
 
     m_context = std::make_unique<SessionContextEngine>(
         *m_workspace, *m_idle, m_store, m_defaults, m_clock,

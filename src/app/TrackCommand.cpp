@@ -2,12 +2,14 @@
 
 #include "Alerts.h"
 #include "CommandLine.h"
+#include "GnomeShellBackend.h"
 #include "Sensors.h"
 #include "TrackingLock.h"
 #include "UnixSignalWatcher.h"
 
 #include "model/CategoryRules.h"
 #include "platform/Clock.h"
+#include "platform/linux/GnomeShellWorkspace.h"
 #include "platform/linux/X11Workspace.h"
 #include "store/DayStore.h"
 #include "store/SqliteDefaults.h"
@@ -32,7 +34,7 @@ int CommandLine::track(const QStringList& args) {
 
     const bool wayland = qEnvironmentVariable("XDG_SESSION_TYPE") == QLatin1String("wayland") ||
                          qEnvironmentVariableIsSet("WAYLAND_DISPLAY");
-    if (wayland && !qEnvironmentVariableIsSet("DISPLAY"))
+    if (wayland && !isGnomeShellWaylandSession() && !qEnvironmentVariableIsSet("DISPLAY"))
         return failure(QStringLiteral(
             "cannot track: this Wayland session has no X11 display, and only X11 desktops can "
             "be followed for now"));
@@ -51,11 +53,12 @@ int CommandLine::track(const QStringList& args) {
     QString error;
     if (!sensors.create({tickMs}, &error))
         return failure(QStringLiteral("cannot track: %1").arg(error));
-    if (wayland)
+    auto* x11 = qobject_cast<X11Workspace*>(&sensors.workspace());
+    if (wayland && x11)
         std::fprintf(m_err, "mindmeter: this is a Wayland session: only applications shown "
                             "through XWayland can be seen; while a native Wayland window is in "
                             "front, the last X11 application stays current\n");
-    if (!sensors.workspace().hasActiveWindowSupport())
+    if (x11 && !x11->hasActiveWindowSupport())
         std::fprintf(m_err, "mindmeter: the window manager does not publish the active window "
                             "(_NET_ACTIVE_WINDOW); no application will be seen in front\n");
 
@@ -63,6 +66,19 @@ int CommandLine::track(const QStringList& args) {
         std::fprintf(m_err, "mindmeter: %s\n", qUtf8Printable(unreadableRulesMessage()));
 
     Alerts alerts(store, sensors.context(), *defaults, m_clock);
+    if (auto* gnome = qobject_cast<GnomeShellWorkspace*>(&sensors.workspace())) {
+        const auto say = [this](bool answers) {
+            std::fprintf(
+                m_err, "mindmeter: %s\n",
+                qUtf8Printable(answers ? QStringLiteral("following GNOME Shell through Mindmeter's "
+                                                        "extension")
+                                       : GnomeShellWorkspace::extensionMissingMessage()));
+            std::fflush(m_err);
+        };
+        say(gnome->extensionAnswers());
+        QObject::connect(gnome, &GnomeShellWorkspace::extensionAnswersChanged, say);
+        announceMissingGnomeShellExtension(*gnome, alerts.sink());
+    }
 
     // Faults of the store are said once, when they begin and when they end; the day is kept
     // in memory meanwhile and written whole once writing works.

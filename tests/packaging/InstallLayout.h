@@ -7,6 +7,8 @@
 namespace InstallLayout {
 
 inline const QString appId = QStringLiteral("com.mindmeter.Mindmeter");
+inline const QString gnomeExtension =
+    QStringLiteral("share/gnome-shell/extensions/mindmeter@mindmeter.app");
 inline const QList<int> iconSizes = {16, 22, 24, 32, 48, 64, 128, 256};
 
 inline QString iconPath(int size) {
@@ -22,6 +24,10 @@ inline QStringList files() {
         QStringLiteral("share/applications/") + appId + QStringLiteral(".desktop"),
         QStringLiteral("share/doc/mindmeter/changelog.gz"),
         QStringLiteral("share/doc/mindmeter/copyright"),
+        // The GNOME Shell extension that shows the front application on GNOME on Wayland.
+        gnomeExtension + QStringLiteral("/extension.js"),
+        gnomeExtension + QStringLiteral("/frontApplication.js"),
+        gnomeExtension + QStringLiteral("/metadata.json"),
         QStringLiteral("share/icons/hicolor/scalable/apps/") + appId + QStringLiteral(".svg"),
         QStringLiteral("share/man/man1/mindmeter.1.gz"),
         QStringLiteral("share/metainfo/") + appId + QStringLiteral(".metainfo.xml"),

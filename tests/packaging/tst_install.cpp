@@ -5,6 +5,9 @@
 #include <QDirIterator>
 #include <QFile>
 #include <QImage>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
 #include <QRegularExpression>
 #include <QTemporaryDir>
 #include <QTest>
@@ -21,6 +24,8 @@ private slots:
     void metainfoValidates();
     void manPageDocumentsEveryVerb();
     void userUnitRunsTrack();
+    void gnomeShellExtensionPacks_data();
+    void gnomeShellExtensionPacks();
 
 private:
     QString installed(const QString& relative) const { return m_prefix.filePath(relative); }
@@ -206,6 +211,55 @@ void InstallTest::userUnitRunsTrack() {
     copy.close();
     const ProcessResult r = runProcess("systemd-analyze", {"verify", "--man=no", copy.fileName()});
     QVERIFY2(r.exitCode == 0 && r.err.isEmpty(), r.err.constData());
+}
+
+void InstallTest::gnomeShellExtensionPacks_data() {
+    QTest::addColumn<QString>("folder");
+    QTest::addColumn<QStringList>("versions");
+    const QString built = MINDMETER_BUILD_DIR "/packaging/gnome-shell-extension/";
+    QTest::newRow("installed") << installed(InstallLayout::gnomeExtension) << QStringList{};
+    QTest::newRow("GNOME 43-44") << built + "legacy" << QStringList{"43", "44"};
+    QTest::newRow("GNOME 45 on") << built + "modules" << QStringList{"45", "46", "47", "48"};
+}
+
+void InstallTest::gnomeShellExtensionPacks() {
+    QFETCH(QString, folder);
+    QFETCH(QStringList, versions);
+    QFile file(folder + "/metadata.json");
+    QVERIFY(file.open(QIODevice::ReadOnly));
+    const QJsonObject metadata = QJsonDocument::fromJson(file.readAll()).object();
+    QCOMPARE(metadata["uuid"].toString(), InstallLayout::gnomeExtension.section('/', -1));
+    QStringList declared;
+    for (const QJsonValue& v : metadata["shell-version"].toArray())
+        declared << v.toString();
+    if (versions.isEmpty()) {
+        // The installed form is the one this machine's GNOME Shell loads.
+        const QByteArray shell = runProcess("gnome-shell", {"--version"}).out;
+        versions << QString::fromLatin1(shell).section(' ', 2).section('.', 0, 0);
+    }
+    for (const QString& version : versions)
+        QVERIFY2(declared.contains(version), qPrintable(declared.join(',')));
+
+    if (versions.contains("45")) {
+        // The module form's core exports what its extension.js imports.
+        QTemporaryDir dir;
+        QFile check(dir.filePath("check.js"));
+        QVERIFY(check.open(QIODevice::WriteOnly));
+        check.write("import {FrontApplicationExporter} from 'file://" + folder.toUtf8() +
+                    "/frontApplication.js';\n"
+                    "if (typeof FrontApplicationExporter !== 'function')\n"
+                    "    throw new Error('no exporter');\n");
+        check.close();
+        const ProcessResult gjs = runProcess("gjs", {"-m", check.fileName()});
+        QVERIFY2(gjs.exitCode == 0, gjs.err.constData());
+    }
+
+    QTemporaryDir out;
+    const ProcessResult r =
+        runProcess("gnome-extensions",
+                   {"pack", folder, "--extra-source=frontApplication.js", "--out-dir", out.path()});
+    QVERIFY2(r.exitCode == 0, r.err.constData());
+    QVERIFY(QFile::exists(out.filePath(metadata["uuid"].toString() + ".shell-extension.zip")));
 }
 
 QTEST_GUILESS_MAIN(InstallTest)
