@@ -16,8 +16,8 @@ class FirefoxTabSource;
 class InotifyFileChangeIndex;
 class SessionContextEngine;
 class SpotlightMonitor;
-class X11IdleSource;
-class X11Workspace;
+class Workspace;
+struct DesktopBackend;
 
 // Every source of tokens on a Linux desktop, made around one day store and started and
 // stopped in a fixed order: the activity monitor, the repository monitor, the working-mode
@@ -40,7 +40,10 @@ public:
     // Stops in the order of starting; what the monitor gathered is handed to the store.
     void stop();
 
-    X11Workspace& workspace() const { return *m_workspace; }
+    Workspace& workspace() const;
+    // How the desktop is followed, in one line, and what that way cannot see.
+    QString backendDescription() const;
+    QStringList backendNotes() const;
     SessionContextEngine& context() const { return *m_context; }
     ActivityMonitor& monitor() const { return *m_monitor; }
     SpotlightMonitor& spotlight() const { return *m_spotlight; }
@@ -54,8 +57,7 @@ private:
 
     std::unique_ptr<DesktopEntryIndex> m_entries;
     std::unique_ptr<AppIdentityResolver> m_resolver;
-    std::unique_ptr<X11Workspace> m_workspace;
-    std::unique_ptr<X11IdleSource> m_idle;
+    std::unique_ptr<DesktopBackend> m_desktop;
     std::unique_ptr<SessionContextEngine> m_context;
     std::unique_ptr<ActivityMonitor> m_monitor;
     QThread m_fileThread; // the file-change index reads its events here

@@ -7,7 +7,6 @@
 #include "UnixSignalWatcher.h"
 
 #include "platform/Clock.h"
-#include "platform/linux/X11Workspace.h"
 #include "store/DayStore.h"
 #include "store/SqliteDefaults.h"
 
@@ -29,13 +28,6 @@ int CommandLine::track(const QStringList& args) {
         }
     }
 
-    const bool wayland = qEnvironmentVariable("XDG_SESSION_TYPE") == QLatin1String("wayland") ||
-                         qEnvironmentVariableIsSet("WAYLAND_DISPLAY");
-    if (wayland && !qEnvironmentVariableIsSet("DISPLAY"))
-        return failure(QStringLiteral(
-            "cannot track: this Wayland session has no X11 display, and only X11 desktops can "
-            "be followed for now"));
-
     std::unique_ptr<SqliteDefaults> defaults = openStore();
     if (!defaults)
         return 1;
@@ -50,13 +42,10 @@ int CommandLine::track(const QStringList& args) {
     QString error;
     if (!sensors.create({tickMs}, &error))
         return failure(QStringLiteral("cannot track: %1").arg(error));
-    if (wayland)
-        std::fprintf(m_err, "mindmeter: this is a Wayland session: only applications shown "
-                            "through XWayland can be seen; while a native Wayland window is in "
-                            "front, the last X11 application stays current\n");
-    if (!sensors.workspace().hasActiveWindowSupport())
-        std::fprintf(m_err, "mindmeter: the window manager does not publish the active window "
-                            "(_NET_ACTIVE_WINDOW); no application will be seen in front\n");
+    std::fprintf(m_err, "mindmeter: following the desktop through %s\n",
+                 qUtf8Printable(sensors.backendDescription()));
+    for (const QString& note : sensors.backendNotes())
+        std::fprintf(m_err, "mindmeter: %s\n", qUtf8Printable(note));
 
     Alerts alerts(store, sensors.context(), *defaults, m_clock);
 
