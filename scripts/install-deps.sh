@@ -8,11 +8,13 @@ packages=(
     build-essential cmake ninja-build pkg-config
     qt6-base-dev libsqlite3-dev libxcb1-dev libxcb-screensaver0-dev
     liblz4-dev
+    # Build: the Wayland client library and the protocol definitions it is generated from
+    libwayland-dev libwayland-bin wayland-protocols plasma-wayland-protocols
     qt6-declarative-dev qt6-declarative-dev-tools
     # Run time: Qt Quick modules and platform plugins, the icon font, a text font
     qml6-module-qtquick qml6-module-qtquick-controls qml6-module-qtquick-layouts
     qml6-module-qtquick-templates qml6-module-qtquick-window qml6-module-qtqml-workerscript
-    qt6-qpa-plugins fonts-material-design-icons-iconfont fonts-dejavu-core
+    qt6-qpa-plugins qt6-wayland fonts-material-design-icons-iconfont fonts-dejavu-core
     # Run time: the process check for the command-line AI assistant
     procps
     # Tests: time-zone rules for the daylight-saving cases; an X server, a window manager,
@@ -33,6 +35,9 @@ packages=(
     # The Debian package (dpkg-shlibdeps), and the validators the packaging tests run on the
     # installed files: menu entry, metainfo, man page, user unit
     dpkg-dev desktop-file-utils appstream groff-base systemd
+    # Tests: real Wayland compositors without a screen (sway; KWin), their windows (foot,
+    # weston-terminal) and typed input (wtype)
+    sway foot wtype kwin-wayland weston
     # Tests: the fuzz targets (clang with libFuzzer and the sanitizers); benchmarks: callgrind
     clang-14 libclang-rt-14-dev valgrind
     # Benchmarks: the tray app beside another tray app, and the X server's idle time

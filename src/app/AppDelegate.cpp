@@ -54,6 +54,9 @@ bool AppDelegate::applicationDidFinishLaunching(std::unique_ptr<StatusItem> stat
     m_sensors = std::make_unique<Sensors>(*m_store, m_defaults, m_clock);
     if (!m_sensors->create({m_options.tickIntervalMs}, error))
         return false;
+    qCInfo(lcApp).noquote() << "following the desktop through" << m_sensors->backendDescription();
+    for (const QString& note : m_sensors->backendNotes())
+        qCInfo(lcApp).noquote() << note;
 
     // Services.
     m_alerts = std::make_unique<Alerts>(*m_store, m_sensors->context(), m_defaults, m_clock);

@@ -1,6 +1,6 @@
 #include "Sensors.h"
 
-#include "GnomeShellBackend.h"
+#include "DesktopBackend.h"
 
 #include "platform/CompositeTabSource.h"
 #include "platform/linux/AppAliases.h"
@@ -9,8 +9,6 @@
 #include "platform/linux/DesktopEntryIndex.h"
 #include "platform/linux/FirefoxTabSource.h"
 #include "platform/linux/InotifyFileChangeIndex.h"
-#include "platform/linux/X11IdleSource.h"
-#include "platform/linux/X11Workspace.h"
 #include "sensing/ActivityMonitor.h"
 #include "sensing/BrowserAITracker.h"
 #include "sensing/SessionContextEngine.h"
@@ -42,25 +40,20 @@ bool Sensors::create(Options options, QString* error) {
     m_resolver = std::make_unique<AppIdentityResolver>(
         *m_entries, AppAliases::builtIn(), QCoreApplication::applicationPid(),
         QString::fromLatin1(ActivityMonitor::ownBundleID));
-    if (!openGnomeShellBackend(*m_resolver, &m_workspace, &m_idle)) {
-        m_workspace = X11Workspace::open(*m_resolver, error);
-        if (!m_workspace)
-            return false;
-        m_idle = X11IdleSource::open(error);
-        if (!m_idle)
-            return false;
-    }
+#include "DesktopBackend.h"
+
+#include "platform/CompositeTabSource.h"
 
     m_context = std::make_unique<SessionContextEngine>(
-        *m_workspace, *m_idle, m_store, m_defaults, m_clock,
+        workspace, idle, m_store, m_defaults, m_clock,
         SessionContextEngine::Options{options.tickIntervalMs, 30});
     SessionContextEngine::setShared(m_context.get());
     const auto multiplier = [context = m_context.get()] { return context->multiplier(); };
 
     ActivityMonitor::Options monitorOptions;
     monitorOptions.tickIntervalMs = options.tickIntervalMs;
-    m_monitor = std::make_unique<ActivityMonitor>(m_store, *m_workspace, *m_idle, m_defaults,
-                                                  m_clock, multiplier, monitorOptions);
+    m_monitor = std::make_unique<ActivityMonitor>(m_store, workspace, idle, m_defaults, m_clock,
+                                                  multiplier, monitorOptions);
 
     // Saves under the home folder, seen as they happen; the walk of the folder tree runs on
     // the index's own thread so start-up does not wait for it.
@@ -83,10 +76,22 @@ bool Sensors::create(Options options, QString* error) {
         QList<BrowserTabSource*>{m_firefox.get(), m_chromium.get()});
     BrowserAITracker::Options browserOptions;
     browserOptions.pollIntervalMs = scaled(browserOptions.pollIntervalMs);
-    m_browser = std::make_unique<BrowserAITracker>(m_store, *m_workspace, *m_tabs, m_defaults,
-                                                   m_clock, browserOptions);
-    connect(m_workspace.get(), &Workspace::didWake, &m_store, &DayStore::handleWake);
+    m_browser = std::make_unique<BrowserAITracker>(m_store, workspace, *m_tabs, m_defaults, m_clock,
+                                                   browserOptions);
+    connect(&workspace, &Workspace::didWake, &m_store, &DayStore::handleWake);
     return true;
+}
+
+Workspace& Sensors::workspace() const {
+    return *m_desktop->workspace;
+}
+
+QString Sensors::backendDescription() const {
+    return m_desktop->description;
+}
+
+QStringList Sensors::backendNotes() const {
+    return m_desktop->notes;
 }
 
 void Sensors::start() {

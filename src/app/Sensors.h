@@ -18,8 +18,8 @@ class FirefoxTabSource;
 class InotifyFileChangeIndex;
 class SessionContextEngine;
 class SpotlightMonitor;
-class IdleSource;
 class Workspace;
+struct DesktopBackend;
 
 // Every source of tokens on a Linux desktop, made around one day store and started and
 // stopped in a fixed order: the activity monitor, the repository monitor, the working-mode
@@ -42,7 +42,10 @@ public:
     // Stops in the order of starting; what the monitor gathered is handed to the store.
     void stop();
 
-    Workspace& workspace() const { return *m_workspace; }
+    Workspace& workspace() const;
+    // How the desktop is followed, in one line, and what that way cannot see.
+    QString backendDescription() const;
+    QStringList backendNotes() const;
     SessionContextEngine& context() const { return *m_context; }
     ActivityMonitor& monitor() const { return *m_monitor; }
     SpotlightMonitor& spotlight() const { return *m_spotlight; }
@@ -56,8 +59,7 @@ private:
 
     std::unique_ptr<DesktopEntryIndex> m_entries;
     std::unique_ptr<AppIdentityResolver> m_resolver;
-    std::unique_ptr<Workspace> m_workspace;
-    std::unique_ptr<IdleSource> m_idle;
+    std::unique_ptr<DesktopBackend> m_desktop;
     std::unique_ptr<SessionContextEngine> m_context;
     std::unique_ptr<ActivityMonitor> m_monitor;
     QThread m_fileThread; // the file-change index reads its events here

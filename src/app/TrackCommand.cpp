@@ -10,7 +10,6 @@
 #include "model/CategoryRules.h"
 #include "platform/Clock.h"
 #include "platform/linux/GnomeShellWorkspace.h"
-#include "platform/linux/X11Workspace.h"
 #include "store/DayStore.h"
 #include "store/SqliteDefaults.h"
 
@@ -32,13 +31,6 @@ int CommandLine::track(const QStringList& args) {
         }
     }
 
-    const bool wayland = qEnvironmentVariable("XDG_SESSION_TYPE") == QLatin1String("wayland") ||
-                         qEnvironmentVariableIsSet("WAYLAND_DISPLAY");
-    if (wayland && !isGnomeShellWaylandSession() && !qEnvironmentVariableIsSet("DISPLAY"))
-        return failure(QStringLiteral(
-            "cannot track: this Wayland session has no X11 display, and only X11 desktops can "
-            "be followed for now"));
-
     std::unique_ptr<SqliteDefaults> defaults = openStore();
     if (!defaults)
         return 1;
@@ -53,14 +45,10 @@ int CommandLine::track(const QStringList& args) {
     QString error;
     if (!sensors.create({tickMs}, &error))
         return failure(QStringLiteral("cannot track: %1").arg(error));
-    auto* x11 = qobject_cast<X11Workspace*>(&sensors.workspace());
-    if (wayland && x11)
-        std::fprintf(m_err, "mindmeter: this is a Wayland session: only applications shown "
-                            "through XWayland can be seen; while a native Wayland window is in "
-                            "front, the last X11 application stays current\n");
-    if (x11 && !x11->hasActiveWindowSupport())
-        std::fprintf(m_err, "mindmeter: the window manager does not publish the active window "
-                            "(_NET_ACTIVE_WINDOW); no application will be seen in front\n");
+    std::fprintf(m_err, "mindmeter: following the desktop through %s\n",
+                 qUtf8Printable(sensors.backendDescription()));
+    for (const QString& note : sensors.backendNotes())
+        std::fprintf(m_err, "mindmeter: %s\n", qUtf8Printable(note));
 
     if (CategoryRules::read(*defaults).isCorrupt())
         std::fprintf(m_err, "mindmeter: %s\n", qUtf8Printable(unreadableRulesMessage()));

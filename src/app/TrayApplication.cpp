@@ -23,7 +23,8 @@ int TrayApplication::run(int argc, char* argv[]) {
     if (!qEnvironmentVariableIsSet("DISPLAY") && !qEnvironmentVariableIsSet("WAYLAND_DISPLAY") &&
         !qEnvironmentVariableIsSet("QT_QPA_PLATFORM")) {
         std::fprintf(stderr, "mindmeter: no display: the tray application needs a desktop session "
-                             "(DISPLAY is not set); see 'mindmeter help' for the command line\n");
+                             "(neither WAYLAND_DISPLAY nor DISPLAY is set); see 'mindmeter help' "
+                             "for the command line\n");
         return 1;
     }
     // The software renderer keeps the dashboard's memory small and needs no GPU driver; a

@@ -21,8 +21,8 @@ private slots:
     void recordsTheFocusedTerminal();
     void creditsSavesAndCommitsUnderHome();
     void userRulesApplyFromTheNextMinute();
-    void refusesWithoutAnX11Display_data();
-    void refusesWithoutAnX11Display();
+    void refusesWithoutADisplay_data();
+    void refusesWithoutADisplay();
 
 private:
     QProcessEnvironment environment() const;
@@ -242,25 +242,29 @@ void TrackTest::userRulesApplyFromTheNextMinute() {
     QCOMPARE(track->exitCode(), 0);
 }
 
-void TrackTest::refusesWithoutAnX11Display_data() {
+void TrackTest::refusesWithoutADisplay_data() {
     QTest::addColumn<QStringList>("unset");
     QTest::addColumn<QStringList>("set");
     QTest::addColumn<QString>("message");
     QTest::newRow("no display") << QStringList{"DISPLAY", "WAYLAND_DISPLAY"} << QStringList{}
-                                << "cannot track: no X11 display: DISPLAY is not set";
-    QTest::newRow("Wayland only") << QStringList{"DISPLAY"}
-                                  << QStringList{"WAYLAND_DISPLAY=wayland-0",
+                                << "cannot track: no way to follow this desktop (wlroots: no "
+                                   "Wayland display: WAYLAND_DISPLAY is not set; KWin: no "
+                                   "Wayland display: WAYLAND_DISPLAY is not set; X11: no X11 "
+                                   "display: DISPLAY is not set)";
+    QTest::newRow("Wayland gone") << QStringList{"DISPLAY"}
+                                  << QStringList{"WAYLAND_DISPLAY=wayland-4711",
                                                  "XDG_SESSION_TYPE=wayland"}
-                                  << "this Wayland session has no X11 display";
-    QTest::newRow("display gone") << QStringList{} << QStringList{"DISPLAY=:4711"}
+                                  << "cannot connect to the Wayland display wayland-4711";
+    QTest::newRow("display gone") << QStringList{"WAYLAND_DISPLAY"} << QStringList{"DISPLAY=:4711"}
                                   << "cannot connect to the X11 display :4711";
 }
 
-void TrackTest::refusesWithoutAnX11Display() {
+void TrackTest::refusesWithoutADisplay() {
     QFETCH(QStringList, unset);
     QFETCH(QStringList, set);
     QFETCH(QString, message);
     QProcessEnvironment env = environment();
+    env.insert("XDG_RUNTIME_DIR", m_dir->path()); // no compositor listens here
     for (const QString& name : unset)
         env.remove(name);
     for (const QString& pair : set)

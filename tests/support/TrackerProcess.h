@@ -29,13 +29,16 @@ public:
         return env;
     }
 
+    // Replaces the environment built from the test's folders (to add a display, say).
+    void setEnvironment(const QProcessEnvironment& env) { m_env = env; }
+
     // Runs in the child between fork and exec (to limit it, say).
     void setChildSetup(std::function<void()> setup) { m_setup = std::move(setup); }
 
     void start(int tickMs) {
         QDir().mkpath(m_root + QStringLiteral("/home"));
         m_process = std::make_unique<QProcess>();
-        m_process->setProcessEnvironment(environment());
+        m_process->setProcessEnvironment(m_env.isEmpty() ? environment() : m_env);
         if (m_setup)
             m_process->setChildProcessModifier(m_setup);
         m_said.clear();
@@ -81,6 +84,7 @@ private:
     QString m_executable;
     QString m_root;
     std::function<void()> m_setup;
+    QProcessEnvironment m_env;
     std::unique_ptr<QProcess> m_process;
     QByteArray m_said;
 };
