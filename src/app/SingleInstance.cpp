@@ -1,5 +1,7 @@
 #include "SingleInstance.h"
 
+#include <QDir>
+#include <QFileInfo>
 #include <QLocalSocket>
 
 #include <unistd.h>
@@ -20,6 +22,11 @@ SingleInstance::SingleInstance(QObject* parent)
 }
 
 QString SingleInstance::socketName() {
+    // One per login session, in the user's private runtime folder; only without one (no
+    // session manager) in the shared temporary folder, named by user.
+    const QString runtime = qEnvironmentVariable("XDG_RUNTIME_DIR");
+    if (QDir::isAbsolutePath(runtime) && QFileInfo(runtime).isDir())
+        return runtime + QStringLiteral("/mindmeter.socket");
     return QStringLiteral("mindmeter-%1").arg(::getuid());
 }
 

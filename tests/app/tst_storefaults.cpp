@@ -20,6 +20,7 @@
 #include <QSet>
 #include <QTemporaryDir>
 #include <QTest>
+#include <QUuid>
 
 #include <sqlite3.h>
 
@@ -30,6 +31,7 @@
 #include <sys/prctl.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <linux/capability.h>
@@ -132,6 +134,8 @@ private slots:
     void diskFull();
     void readOnlyStore();
     void dataFolderDeletedWhileTracking();
+    void databaseHeldByAnotherProcess();
+    void dayWrittenWhileTracking();
 
 private:
     // Today's stored sessions, read without creating anything.
@@ -358,6 +362,92 @@ void StoreFaultsTest::dataFolderDeletedWhileTracking() {
     QCOMPARE(m_tracker->process().exitCode(), 0);
     QCOMPARE(integrity(m_tracker->databasePath()), QString("ok"));
     QVERIFY(stored().size() >= after.size());
+}
+
+// --- Another process holds the database ------------------------------------------------
+
+void StoreFaultsTest::databaseHeldByAnotherProcess() {
+    m_tracker->start(10);
+    QVERIFY2(m_tracker->waitUntilTracking(), m_tracker->said().constData());
+    QVERIFY(waitFor([&] { return stored().size() >= 3; }));
+
+    // A second process takes the write lock and keeps it until told to let go.
+    int held[2], release[2];
+    QVERIFY(::pipe(held) == 0 && ::pipe(release) == 0);
+    const QByteArray path = QFile::encodeName(m_tracker->databasePath());
+    const pid_t holder = ::fork();
+    if (holder == 0) {
+        sqlite3* db = nullptr;
+        char byte = 0;
+        if (sqlite3_open(path.constData(), &db) == SQLITE_OK &&
+            sqlite3_exec(db, "BEGIN EXCLUSIVE", nullptr, nullptr, nullptr) == SQLITE_OK &&
+            ::write(held[1], "h", 1) == 1) [[maybe_unused]]
+            const ssize_t n = ::read(release[0], &byte, 1);
+        ::_exit(0);
+    }
+    char byte = 0;
+    QCOMPARE(::read(held[0], &byte, 1), ssize_t(1));
+
+    // The tracker waits for the lock only briefly, keeps the day in memory and says why;
+    // the command line still reads.
+    QVERIFY2(m_tracker->waitForMessage("database is locked; keeping them in memory"),
+             m_tracker->said().constData());
+    int status = 0;
+    runCli({"status", "--json"}, &status);
+    QCOMPARE(status, 0);
+    const qsizetype whileHeld = stored().size();
+
+    QCOMPARE(::write(release[1], "r", 1), ssize_t(1));
+    int holderStatus = 0;
+    QCOMPARE(::waitpid(holder, &holderStatus, 0), holder);
+    for (int fd : {held[0], held[1], release[0], release[1]})
+        ::close(fd);
+    QVERIFY2(m_tracker->waitForMessage("mindmeter: today's sessions are stored again"),
+             m_tracker->said().constData());
+    QVERIFY(waitFor([&] { return stored().size() > whileHeld; }));
+
+    ::kill(pid_t(m_tracker->pid()), SIGTERM);
+    QVERIFY(m_tracker->process().waitForFinished(10000));
+    QCOMPARE(m_tracker->process().exitCode(), 0);
+    QCOMPARE(integrity(m_tracker->databasePath()), QString("ok"));
+}
+
+// --- Today written from outside ------------------------------------------------------------
+
+void StoreFaultsTest::dayWrittenWhileTracking() {
+    m_tracker->start(10);
+    QVERIFY2(m_tracker->waitUntilTracking(), m_tracker->said().constData());
+    QVERIFY(waitFor([&] { return stored().size() >= 3; }));
+
+    // `defaults write` of today's day while the tracker runs: the written day is kept, and
+    // the tracker's sessions from then on are added to it.
+    const QDateTime morning = QDateTime::currentDateTimeUtc().date().startOfDay(Qt::UTC);
+    QList<ActivitySession> written;
+    for (int i = 0; i < 2; ++i) {
+        const Timestamp start = Timestamp::fromDateTime(morning.addSecs(60 * i));
+        written.append({QUuid::createUuid(), QStringLiteral("com.apple.Notes"),
+                        QStringLiteral("Notes"), TokenType::output, start, start.addSeconds(60),
+                        10});
+    }
+    QFile file(m_dir->filePath("day.json"));
+    QVERIFY(file.open(QIODevice::WriteOnly));
+    file.write(SessionCodec::encodeDay(written));
+    file.close();
+    int status = 0;
+    const QString key =
+        DayKeys::sessions(QDateTime::currentDateTimeUtc().date().toString(Qt::ISODate));
+    const QByteArray said =
+        runCli({"defaults", "write", key, "-data-file", file.fileName()}, &status);
+    QVERIFY2(status == 0, said.constData());
+    QVERIFY(waitFor([&] {
+        const QList<ActivitySession> now = stored();
+        return now.size() > written.size() && now.mid(0, written.size()) == written;
+    }));
+
+    ::kill(pid_t(m_tracker->pid()), SIGTERM);
+    QVERIFY(m_tracker->process().waitForFinished(10000));
+    QCOMPARE(m_tracker->process().exitCode(), 0);
+    QCOMPARE(stored().mid(0, written.size()), written);
 }
 
 int main(int argc, char* argv[]) {

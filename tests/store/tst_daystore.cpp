@@ -46,15 +46,16 @@ private slots:
     void init();
     void ledgerTotalsAndRecovery();
     void emptyBatchWritesNothing();
-    void loadDropsOnlyCopiesOfTheDayBefore();
+    void loadKeepsWhatBeganToday();
     void recoveryWithoutSessionsIsNotLoaded();
     void corruptDayIsSetAsideAndReplaced();
     void unreadableDayIsMergedNotOverwritten();
+    void dayWrittenFromOutsideIsTakenIn();
     void midnightAcrossDaylightSaving_data();
     void midnightAcrossDaylightSaving();
     void earlyTimerOnlyRearms();
     void recordAfterMidnightStartsTheNewDay();
-    void outsideRecoveryIsBroughtIntoRange();
+    void recoveryIsLoadedAsStored();
     void wake();
     void developerReset();
     void overflowIsFatal();
@@ -126,7 +127,7 @@ void DayStoreTest::emptyBatchWritesNothing() {
     QVERIFY(m_db->keys().isEmpty());
 }
 
-void DayStoreTest::loadDropsOnlyCopiesOfTheDayBefore() {
+void DayStoreTest::loadKeepsWhatBeganToday() {
     FakeClock clock(local(2026, 5, 30, 0, 5));
     const ActivitySession yesterdays =
         makeSession(TokenType::reasoning, 100, local(2026, 5, 29, 22));
@@ -134,18 +135,24 @@ void DayStoreTest::loadDropsOnlyCopiesOfTheDayBefore() {
     const QList<ActivitySession> day = {
         // Older versions copied the day before into the new day just after midnight.
         yesterdays,
-        // A stay that began before midnight and was recorded after it belongs here: it is
-        // stored nowhere else.
+        // A stay that began before midnight and was recorded after it.
         makeSession(TokenType::input, 7, local(2026, 5, 29, 23, 50)),
         makeSession(TokenType::output, 10, local(2026, 5, 30, 0, 0)),
         makeSession(TokenType::output, 5, local(2026, 5, 30, 0, 2)),
     };
     m_db->setData("mindmeter.sessions.2026-05-30", SessionCodec::encodeDay(day));
     DayStore store(*m_db, clock);
-    QCOMPARE(store.sessions(), day.mid(1));
-    QCOMPARE(store.grossTokens(), qint64(37));
-    QCOMPARE(store.tokensByType(),
-             (QMap<TokenType, qint64>{{TokenType::output, 30}, {TokenType::input, 7}}));
+    QCOMPARE(store.sessions(), day.mid(2));
+    QCOMPARE(store.grossTokens(), qint64(30));
+    QCOMPARE(store.tokensByType(), (QMap<TokenType, qint64>{{TokenType::output, 30}}));
+
+    // The stay stored nowhere else stays stored with the day, uncounted; the copy goes.
+    const ActivitySession next = makeSession(TokenType::input, 1, clock.now());
+    store.addSession(next);
+    settle();
+    QCOMPARE(*SessionCodec::decodeDay(*m_db->data("mindmeter.sessions.2026-05-30")), day.mid(1)
+                                                                                         << next);
+    QCOMPARE(store.grossTokens(), qint64(31));
 }
 
 void DayStoreTest::recoveryWithoutSessionsIsNotLoaded() {
@@ -161,16 +168,21 @@ void DayStoreTest::corruptDayIsSetAsideAndReplaced() {
     const QByteArray corrupt = R"([{"id":"x","tokenType":"Reasoning"}])";
     m_db->setData("mindmeter.sessions.2026-05-30", corrupt);
     m_db->setInteger("mindmeter.recovery.2026-05-30", 7);
+    QSignalSpy writes(m_db.get(), &Defaults::valueChanged);
     DayStore store(*m_db, clock);
     QVERIFY(store.sessions().isEmpty());
     QCOMPARE(store.recoveredTokens(), qint64(0));
-    QCOMPARE(m_db->data("mindmeter.quarantine.sessions.2026-05-30"), corrupt);
+    QCOMPARE(store.storedDay(), DayStore::StoredDay::Undecodable);
+    QCOMPARE(writes.count(), 0); // reading never writes
 
+    // The first write keeps the bytes aside, then replaces them.
     store.addSession(makeSession(TokenType::input, 3, clock.now()));
     settle();
+    QCOMPARE(m_db->data("mindmeter.quarantine.sessions.2026-05-30"), corrupt);
     const auto stored = SessionCodec::decodeDay(*m_db->data("mindmeter.sessions.2026-05-30"));
     QVERIFY(stored);
     QCOMPARE(stored->size(), 1);
+    QCOMPARE(store.storedDay(), DayStore::StoredDay::Readable);
 }
 
 void DayStoreTest::unreadableDayIsMergedNotOverwritten() {
@@ -182,6 +194,7 @@ void DayStoreTest::unreadableDayIsMergedNotOverwritten() {
     flaky.failReads = true;
     DayStore store(flaky, clock);
     QVERIFY(store.sessions().isEmpty());
+    QCOMPARE(store.storedDay(), DayStore::StoredDay::Unreadable);
 
     // Still unreadable: the new session stays in memory and the stored day is untouched.
     store.addSession(makeSession(TokenType::input, 1, clock.now()));
@@ -196,6 +209,35 @@ void DayStoreTest::unreadableDayIsMergedNotOverwritten() {
     QCOMPARE(store.grossTokens(), qint64(33));
     const auto stored = SessionCodec::decodeDay(*m_db->data("mindmeter.sessions.2026-05-30"));
     QCOMPARE(*stored, store.sessions());
+}
+
+void DayStoreTest::dayWrittenFromOutsideIsTakenIn() {
+    // `defaults write` of today's day from another process, through its own connection.
+    FakeClock clock(local(2026, 5, 30, 10));
+    DayStore store(*m_db, clock);
+    store.addSession(makeSession(TokenType::reasoning, 10, clock.now()));
+    settle();
+    std::unique_ptr<SqliteDefaults> other = SqliteDefaults::open(m_db->path());
+    QVERIFY(other);
+    const QList<ActivitySession> written = {
+        makeSession(TokenType::ai, 4, local(2026, 5, 30, 8)),
+        makeSession(TokenType::input, 2, local(2026, 5, 30, 9))};
+    other->setData("mindmeter.sessions.2026-05-30", SessionCodec::encodeDay(written));
+
+    // The next write takes the day as written and adds what was recorded since.
+    const ActivitySession later = makeSession(TokenType::output, 5, clock.now());
+    store.addSession(later);
+    settle();
+    QCOMPARE(store.sessions(), written + QList<ActivitySession>{later});
+    QCOMPARE(store.grossTokens(), qint64(10 + 2 + 10));
+    QCOMPARE(*SessionCodec::decodeDay(*m_db->data("mindmeter.sessions.2026-05-30")),
+             store.sessions());
+
+    // Watching the file, the running store shows an outside write at once.
+    m_db->watchForExternalChanges();
+    other->setData("mindmeter.sessions.2026-05-30", SessionCodec::encodeDay(written.mid(0, 1)));
+    QTRY_COMPARE(store.sessions(), written.mid(0, 1));
+    QCOMPARE(store.totalWeighted(), qint64(10));
 }
 
 void DayStoreTest::midnightAcrossDaylightSaving_data() {
@@ -271,26 +313,37 @@ void DayStoreTest::recordAfterMidnightStartsTheNewDay() {
     QCOMPARE(reloaded.sessions(), QList<ActivitySession>{late});
 }
 
-void DayStoreTest::outsideRecoveryIsBroughtIntoRange() {
-    // `defaults write` can store any integer as a day's recovery. Loaded, it is held between
-    // a negative bound and the day's gross, so the total stays in range and later recovery
-    // cannot overflow.
+void DayStoreTest::recoveryIsLoadedAsStored() {
+    // A stored recovery above the day's gross is loaded as it is: later work is taken off
+    // by what remains of it. Values no day can reach (`defaults write` takes any integer)
+    // are held at a bound, so the total and later recovery cannot overflow.
     FakeClock clock(local(2026, 5, 30, 10));
     m_db->setData("mindmeter.sessions.2026-05-30",
                   SessionCodec::encodeDay({makeSession(TokenType::reasoning, 10, clock.now())}));
+    m_db->setInteger("mindmeter.recovery.2026-05-30", 50);
+    {
+        DayStore store(*m_db, clock);
+        QCOMPARE(store.recoveredTokens(), qint64(50));
+        QCOMPARE(store.totalWeighted(), qint64(0));
+        store.addSession(makeSession(TokenType::input, 15, clock.now()));
+        settle();
+        QCOMPARE(store.totalWeighted(), qint64(0));
+        store.addSession(makeSession(TokenType::input, 15, clock.now()));
+        settle();
+        QCOMPARE(store.totalWeighted(), qint64(10));
+    }
     m_db->setInteger("mindmeter.recovery.2026-05-30", std::numeric_limits<qint64>::max());
     {
         DayStore store(*m_db, clock);
-        QCOMPARE(store.recoveredTokens(), qint64(30));
-        QCOMPARE(store.totalWeighted(), qint64(0));
+        QCOMPARE(store.recoveredTokens(), SessionCodec::maxDayTokens);
         store.recoverTokens(1800);
         settle();
-        QCOMPARE(store.recoveredTokens(), qint64(30));
+        QCOMPARE(store.recoveredTokens(), qint64(60)); // capped by the gross
     }
     m_db->setInteger("mindmeter.recovery.2026-05-30", std::numeric_limits<qint64>::min());
     DayStore store(*m_db, clock);
     QCOMPARE(store.recoveredTokens(), -SessionCodec::maxDayTokens);
-    QCOMPARE(store.totalWeighted(), 30 + SessionCodec::maxDayTokens);
+    QCOMPARE(store.totalWeighted(), 60 + SessionCodec::maxDayTokens);
 }
 
 void DayStoreTest::wake() {
