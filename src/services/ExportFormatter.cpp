@@ -138,8 +138,7 @@ QString ExportFormatter::markdownSummary(const QLocale& locale) const {
         // Truncated as a double: a gross type total far above a small net total need not fit.
         const double share = total < 1 ? 0.0 : std::trunc(double(tokens) / double(total) * 100.0);
         lines << QStringLiteral("| %1 | %2 | %3% |")
-                     .arg(TokenTypes::label(type), formatK(tokens),
-                          printfDouble("%.0f", share));
+                     .arg(TokenTypes::label(type), formatK(tokens), printfDouble("%.0f", share));
     }
 
     QStringList highlights;
