@@ -15,8 +15,10 @@
 #include "store/DayKeys.h"
 #include "store/SqliteDefaults.h"
 
+#include <QDir>
 #include <QElapsedTimer>
 #include <QFile>
+#include <QFileInfo>
 #include <QSet>
 #include <QTemporaryDir>
 #include <QTest>
@@ -122,6 +124,51 @@ void dropFileOverrides() {
             ::prctl(PR_CAPBSET_DROP, cap, 0, 0, 0);
 }
 
+// A second process that holds the database's write lock until released; with readers too,
+// no other process can even read it meanwhile (SQLite's exclusive locking mode).
+class DatabaseHolder {
+public:
+    explicit DatabaseHolder(const QString& path, bool readersToo = false) {
+        if (::pipe(m_held) != 0 || ::pipe(m_release) != 0)
+            return;
+        const QByteArray native = QFile::encodeName(path);
+        m_pid = ::fork();
+        if (m_pid == 0) {
+            sqlite3* db = nullptr;
+            char byte = 0;
+            const char* sql = readersToo ? "PRAGMA locking_mode=EXCLUSIVE; BEGIN EXCLUSIVE; "
+                                           "SELECT count(*) FROM defaults;"
+                                         : "BEGIN EXCLUSIVE";
+            if (sqlite3_open(native.constData(), &db) == SQLITE_OK &&
+                sqlite3_exec(db, sql, nullptr, nullptr, nullptr) == SQLITE_OK &&
+                ::write(m_held[1], "h", 1) == 1) {
+                [[maybe_unused]] const ssize_t n = ::read(m_release[0], &byte, 1);
+            }
+            ::_exit(0);
+        }
+        char byte = 0;
+        m_holding = m_pid > 0 && ::read(m_held[0], &byte, 1) == 1;
+    }
+    ~DatabaseHolder() { release(); }
+    bool held() const { return m_holding; }
+    void release() {
+        if (m_pid <= 0)
+            return;
+        [[maybe_unused]] const ssize_t n = ::write(m_release[1], "r", 1);
+        int status = 0;
+        ::waitpid(m_pid, &status, 0);
+        m_pid = 0;
+        for (int fd : {m_held[0], m_held[1], m_release[0], m_release[1]})
+            ::close(fd);
+    }
+
+private:
+    int m_held[2] = {-1, -1};
+    int m_release[2] = {-1, -1};
+    pid_t m_pid = 0;
+    bool m_holding = false;
+};
+
 } // namespace
 
 class StoreFaultsTest : public QObject {
@@ -136,6 +183,7 @@ private slots:
     void dataFolderDeletedWhileTracking();
     void databaseHeldByAnotherProcess();
     void dayWrittenWhileTracking();
+    void stopSignalDuringStartUp();
 
 private:
     // Today's stored sessions, read without creating anything.
@@ -371,22 +419,8 @@ void StoreFaultsTest::databaseHeldByAnotherProcess() {
     QVERIFY2(m_tracker->waitUntilTracking(), m_tracker->said().constData());
     QVERIFY(waitFor([&] { return stored().size() >= 3; }));
 
-    // A second process takes the write lock and keeps it until told to let go.
-    int held[2], release[2];
-    QVERIFY(::pipe(held) == 0 && ::pipe(release) == 0);
-    const QByteArray path = QFile::encodeName(m_tracker->databasePath());
-    const pid_t holder = ::fork();
-    if (holder == 0) {
-        sqlite3* db = nullptr;
-        char byte = 0;
-        if (sqlite3_open(path.constData(), &db) == SQLITE_OK &&
-            sqlite3_exec(db, "BEGIN EXCLUSIVE", nullptr, nullptr, nullptr) == SQLITE_OK &&
-            ::write(held[1], "h", 1) == 1) [[maybe_unused]]
-            const ssize_t n = ::read(release[0], &byte, 1);
-        ::_exit(0);
-    }
-    char byte = 0;
-    QCOMPARE(::read(held[0], &byte, 1), ssize_t(1));
+    DatabaseHolder holder(m_tracker->databasePath());
+    QVERIFY(holder.held());
 
     // The tracker waits for the lock only briefly, keeps the day in memory and says why;
     // the command line still reads.
@@ -397,11 +431,7 @@ void StoreFaultsTest::databaseHeldByAnotherProcess() {
     QCOMPARE(status, 0);
     const qsizetype whileHeld = stored().size();
 
-    QCOMPARE(::write(release[1], "r", 1), ssize_t(1));
-    int holderStatus = 0;
-    QCOMPARE(::waitpid(holder, &holderStatus, 0), holder);
-    for (int fd : {held[0], held[1], release[0], release[1]})
-        ::close(fd);
+    holder.release();
     QVERIFY2(m_tracker->waitForMessage("mindmeter: today's sessions are stored again"),
              m_tracker->said().constData());
     QVERIFY(waitFor([&] { return stored().size() > whileHeld; }));
@@ -448,6 +478,34 @@ void StoreFaultsTest::dayWrittenWhileTracking() {
     QVERIFY(m_tracker->process().waitForFinished(10000));
     QCOMPARE(m_tracker->process().exitCode(), 0);
     QCOMPARE(stored().mid(0, written.size()), written);
+}
+
+// --- A stop signal while starting ---------------------------------------------------------
+
+void StoreFaultsTest::stopSignalDuringStartUp() {
+    {
+        auto db = SqliteDefaults::open(m_tracker->databasePath());
+        QVERIFY(db && db->setInteger("mindmeter.dailyTokenBaseline", 30000));
+    }
+    // With the database held, the tracker's start waits in opening it: SIGTERM lands there.
+    DatabaseHolder holder(m_tracker->databasePath(), true);
+    QVERIFY(holder.held());
+    m_tracker->start(10);
+    const QString fds = QStringLiteral("/proc/%1/fd").arg(m_tracker->pid());
+    QVERIFY(waitFor([&] {
+        for (const QFileInfo& fd : QDir(fds).entryInfoList(QDir::System | QDir::Files))
+            if (fd.symLinkTarget() == m_tracker->databasePath())
+                return true;
+        return false;
+    }));
+    QVERIFY(!m_tracker->said().contains("mindmeter: tracking"));
+    ::kill(pid_t(m_tracker->pid()), SIGTERM);
+    holder.release();
+    // It finishes starting, then stops in order.
+    QVERIFY(m_tracker->process().waitForFinished(30000));
+    QCOMPARE(m_tracker->process().exitStatus(), QProcess::NormalExit);
+    QCOMPARE(m_tracker->process().exitCode(), 0);
+    QCOMPARE(integrity(m_tracker->databasePath()), QString("ok"));
 }
 
 int main(int argc, char* argv[]) {
