@@ -341,7 +341,6 @@ void SpotlightMonitorTest::commitsAreCreditedByChangedLines() {
     // Worked in recently, before the index started: a folder changed a moment ago.
     index.setFolders({m_home->filePath("elsewhere"), repo});
     m_monitor = makeMonitor(index, m_gitPath);
-    index.setFolders({});
 
     scan();
     QVERIFY(sessionsOf("git.autodetect").isEmpty()); // HEAD has not moved

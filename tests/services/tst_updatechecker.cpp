@@ -343,8 +343,7 @@ void UpdateCheckerTest::verifiedDownloadIsOpenedThenQuits() {
             QVERIFY(m_shm->isValid());
             QVERIFY(QDir().rmdir(downloads) && QFile::link(m_shm->path(), downloads));
         }
-        struct stat a {
-        }, b{};
+        struct stat a = {}, b = {};
         QVERIFY(::stat(QFile::encodeName(downloads).constData(), &a) == 0 &&
                 ::stat(QFile::encodeName(m_dir->path()).constData(), &b) == 0);
         QVERIFY(a.st_dev != b.st_dev);
@@ -352,8 +351,7 @@ void UpdateCheckerTest::verifiedDownloadIsOpenedThenQuits() {
     // A link standing under the package's name is replaced, never written through, and an
     // earlier file of the same name would be replaced whole the same way.
     QFile outside(m_dir->filePath("outside.deb"));
-    QVERIFY(outside.open(QIODevice::WriteOnly));
-    outside.write("the user's own file");
+    QVERIFY(outside.open(QIODevice::WriteOnly) && outside.write("the user's own file") > 0);
     outside.close();
     QVERIFY(QFile::link(outside.fileName(), downloads + u'/' + name));
 

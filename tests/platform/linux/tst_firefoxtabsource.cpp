@@ -279,8 +279,6 @@ void FirefoxTabSourceTest::packagingsAndBrowsers() {
     QVERIFY(roots.contains(home + "/.mozilla/firefox"));
     QVERIFY(roots.contains(home + "/.var/app/org.mozilla.firefox/.mozilla/firefox"));
     QVERIFY(roots.contains(home + "/snap/firefox/common/.mozilla/firefox"));
-    QVERIFY(roots.contains(home + "/.config/mozilla/firefox"));
-    QVERIFY(roots.contains(home + "/.var/app/org.mozilla.firefox/config/mozilla/firefox"));
 
     // The layout newer releases write under ~/.config: an [Install*] section names its
     // profile's path in Default=, while Default=1 in a [Profile*] section is only a flag.

@@ -86,8 +86,7 @@ void InotifyFileChangeIndexTest::recordsWritesAndMovesInOnly() {
     QTemporaryDir outside;
     QVERIFY(writeFile(QFile::encodeName(outside.filePath("moved.md"))));
 
-    // Before the start only the folders' times tell what changed: src had a file saved
-    // through a temporary file a minute ago, app two minutes ago; the rest long ago.
+    // Before the start only folder times tell: src changed 1 min ago, app 2, the rest long ago.
     const QDateTime now = m_clock->now();
     for (const QString& folder : {QString(), QStringLiteral("app"), QStringLiteral("src"),
                                   QStringLiteral(".config/editor"), QStringLiteral("build/out")})
