@@ -53,7 +53,7 @@ QJsonValue weekOverWeekJson(const std::optional<WeekOverWeek>& w) {
 }
 
 QString percent(double fraction) {
-    return QString::asprintf("%.0f%%", fraction * 100.0);
+    return printfDouble("%.0f%%", fraction * 100.0);
 }
 
 } // namespace
@@ -120,6 +120,22 @@ std::unique_ptr<SqliteDefaults> CommandLine::openStore() {
     if (!store)
         failure(error);
     return store;
+}
+
+QString CommandLine::damage(const DayStore& day, const SqliteDefaults& store) {
+    const QString key = DayKeys::sessions(DayKeys::dayText(day.day()));
+    switch (day.storedDay()) {
+    case DayStore::StoredDay::Readable:
+        return {};
+    case DayStore::StoredDay::Unreadable:
+        return QStringLiteral("today's sessions (%1) in %2 cannot be read: %3")
+            .arg(key, store.path(), store.lastError());
+    case DayStore::StoredDay::Undecodable:
+        break;
+    }
+    return QStringLiteral("today's sessions (%1) in %2 are damaged and do not read as a day; "
+                          "the app keeps them aside before it records over them")
+        .arg(key, store.path());
 }
 
 int CommandLine::run(const QStringList& args) {
@@ -261,6 +277,8 @@ int CommandLine::status(const QStringList& args) {
         return 1;
 
     DayStore day(*store, m_clock);
+    if (const QString why = damage(day, *store); !why.isEmpty())
+        return failure(why);
     if (format == QLatin1String("plain") || format == QLatin1String("waybar")) {
         const StatusLine::Facts facts = StatusLine::read(day, *store, m_clock);
         if (format == QLatin1String("plain"))
@@ -357,6 +375,8 @@ int CommandLine::history(const QStringList& args) {
         return 1;
 
     DayStore day(*store, m_clock);
+    if (const QString why = damage(day, *store); !why.isEmpty())
+        return failure(why);
     day.waitForHistory();
     const HistoryResult& h = day.history();
     const QDate oldest = m_clock.now().toLocalTime().date().addDays(-(days - 1));

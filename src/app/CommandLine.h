@@ -7,6 +7,7 @@
 #include <memory>
 
 class Clock;
+class DayStore;
 class SqliteDefaults;
 
 // The verbs of `mindmeter VERB ...`: each does its work over the settings store and
@@ -35,6 +36,9 @@ private:
     void printBytes(const QByteArray& bytes);
     // The user's settings store, or null after saying why it cannot be opened.
     std::unique_ptr<SqliteDefaults> openStore();
+    // Why today's stored record cannot be shown (empty when it can): damaged records are
+    // reported, never shown as an empty day.
+    static QString damage(const DayStore& day, const SqliteDefaults& store);
 
     int defaults(const QStringList& args);
     int status(const QStringList& args);

@@ -29,6 +29,8 @@ int CommandLine::exportHistory(const QStringList& args) {
     if (!store)
         return 1;
     DayStore day(*store, m_clock);
+    if (const QString why = damage(day, *store); !why.isEmpty())
+        return failure(why);
     day.waitForHistory();
     const QString csv = ExportFormatter(day, *store, m_clock).csv();
     if (args[1] == QLatin1String("-")) {
@@ -48,6 +50,8 @@ int CommandLine::summary(const QStringList& args) {
     if (!store)
         return 1;
     DayStore day(*store, m_clock);
+    if (const QString why = damage(day, *store); !why.isEmpty())
+        return failure(why);
     day.waitForHistory();
     printBytes(forStream(ExportFormatter(day, *store, m_clock).markdownSummary(), m_out));
     return 0;

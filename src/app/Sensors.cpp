@@ -40,9 +40,11 @@ bool Sensors::create(Options options, QString* error) {
     m_resolver = std::make_unique<AppIdentityResolver>(
         *m_entries, AppAliases::builtIn(), QCoreApplication::applicationPid(),
         QString::fromLatin1(ActivityMonitor::ownBundleID));
-#include "DesktopBackend.h"
-
-#include "platform/CompositeTabSource.h"
+    m_desktop = chooseDesktopBackend(*m_resolver, m_clock, error);
+    if (!m_desktop)
+        return false;
+    Workspace& workspace = *m_desktop->workspace;
+    IdleSource& idle = *m_desktop->idle;
 
     m_context = std::make_unique<SessionContextEngine>(
         workspace, idle, m_store, m_defaults, m_clock,

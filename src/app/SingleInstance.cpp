@@ -1,5 +1,6 @@
 #include "SingleInstance.h"
 
+#include <QDir>
 #include <QFileInfo>
 #include <QLocalSocket>
 
@@ -20,11 +21,11 @@ SingleInstance::SingleInstance(QObject* parent)
     });
 }
 
-// In the session's runtime folder when there is one: one app per login session (and per
-// test's own session), not per machine.
 QString SingleInstance::socketName() {
+    // One per login session, in the user's private runtime folder; only without one (no
+    // session manager) in the shared temporary folder, named by user.
     const QString runtime = qEnvironmentVariable("XDG_RUNTIME_DIR");
-    if (!runtime.isEmpty() && QFileInfo(runtime).isDir())
+    if (QDir::isAbsolutePath(runtime) && QFileInfo(runtime).isDir())
         return runtime + QStringLiteral("/mindmeter.socket");
     return QStringLiteral("mindmeter-%1").arg(::getuid());
 }

@@ -13,6 +13,7 @@ public:
     // True when this process is the first; false after another one was asked to show itself.
     bool claim();
 
+    // $XDG_RUNTIME_DIR/mindmeter.socket, else mindmeter-UID in the temporary folder.
     static QString socketName();
 
 signals:

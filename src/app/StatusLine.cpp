@@ -16,7 +16,7 @@
 namespace {
 
 QString percent(double fraction) {
-    return QString::asprintf("%.0f%%", fraction * 100.0);
+    return printfDouble("%.0f%%", fraction * 100.0);
 }
 
 } // namespace

@@ -1,5 +1,6 @@
 #include "StatusPresenter.h"
 
+#include "model/Format.h"
 #include "model/MenuBarDisplay.h"
 #include "model/PreferencesModel.h"
 #include "sensing/ActivityMonitor.h"
@@ -25,7 +26,7 @@ StatusPresenter::Title StatusPresenter::title(qint64 total, TokenType type, qint
     if (display == MenuBarDisplay::iconOnly)
         return {};
     const QString text = total < 1000 ? QStringLiteral(" %1 ").arg(total)
-                                      : QString::asprintf(" %.1fk ", double(total) / 1000.0);
+                                      : printfDouble(" %.1fk ", double(total) / 1000.0);
     return {text, rate == 0 ? QStringLiteral("circle.dotted") : TokenTypes::symbol(type)};
 }
 

@@ -17,6 +17,7 @@
 #include <QFileInfo>
 
 #include <csignal>
+#include <functional>
 
 int CommandLine::track(const QStringList& args) {
     int tickMs = 10000;
@@ -31,10 +32,18 @@ int CommandLine::track(const QStringList& args) {
         }
     }
 
+    // Caught from the start: a signal that arrives while the tracker starts stops it once
+    // it has started, in order, rather than killing it half-way.
+    bool stopRequested = false;
+    std::function<void()> stop = [&stopRequested] { stopRequested = true; };
+    UnixSignalWatcher signalWatcher({SIGINT, SIGTERM, SIGHUP});
+    QObject::connect(&signalWatcher, &UnixSignalWatcher::received, [&stop] { stop(); });
+
     std::unique_ptr<SqliteDefaults> defaults = openStore();
     if (!defaults)
         return 1;
 
+    defaults->setBusyWaitLimit(SqliteDefaults::interactiveBusyWaitMs);
     TrackingLock lock(QFileInfo(defaults->path()).absolutePath());
     QString why;
     if (!lock.tryLock(&why))
@@ -97,17 +106,18 @@ int CommandLine::track(const QStringList& args) {
         std::fflush(m_err);
     });
 
-    UnixSignalWatcher signalWatcher({SIGINT, SIGTERM, SIGHUP});
-    QObject::connect(&signalWatcher, &UnixSignalWatcher::received, [&] {
+    stop = [&sensors] {
         // Stop in the order of starting; what the monitor gathered is stored before the
         // loop ends.
         sensors.stop();
         QCoreApplication::quit();
-    });
+    };
 
     std::fprintf(m_err, "mindmeter: tracking; stop with Ctrl-C\n");
     std::fflush(m_err);
     sensors.start();
+    if (stopRequested)
+        QMetaObject::invokeMethod(QCoreApplication::instance(), stop, Qt::QueuedConnection);
     const int status = QCoreApplication::exec();
     store.waitForHistory();
     return status;

@@ -40,6 +40,16 @@ int TrayApplication::run(int argc, char* argv[]) {
     QGuiApplication::setDesktopFileName(QStringLiteral("com.mindmeter.Mindmeter"));
     QApplication::setQuitOnLastWindowClosed(false);
 
+    // Logging out, `kill`, Ctrl-C: stop in order so the last minute is stored. Caught from
+    // here on, so a signal that arrives during start-up ends the program once it has started
+    // rather than killing it half-way.
+    bool stopRequested = false;
+    UnixSignalWatcher stopSignals({SIGINT, SIGTERM, SIGHUP});
+    QObject::connect(&stopSignals, &UnixSignalWatcher::received, &app, [&stopRequested] {
+        stopRequested = true;
+        QCoreApplication::quit();
+    });
+
     SingleInstance instance;
     if (!instance.claim()) {
         std::fprintf(stderr, "mindmeter: already running; showing its dashboard\n");
@@ -56,6 +66,7 @@ int TrayApplication::run(int argc, char* argv[]) {
         std::fprintf(stderr, "mindmeter: %s\n", qPrintable(error));
         return 1;
     }
+    defaults->setBusyWaitLimit(SqliteDefaults::interactiveBusyWaitMs);
     Defaults::setStandard(defaults.get());
 
     TrackingLock lock(QFileInfo(defaults->path()).absolutePath());
@@ -82,11 +93,11 @@ int TrayApplication::run(int argc, char* argv[]) {
     QObject::connect(&instance, &SingleInstance::showRequested, &delegate,
                      &AppDelegate::showPopover);
 
-    // Logging out, `kill`, Ctrl-C: stop in order so the last minute is stored.
-    UnixSignalWatcher stopSignals({SIGINT, SIGTERM, SIGHUP});
-    QObject::connect(&stopSignals, &UnixSignalWatcher::received, &app, &QCoreApplication::quit);
     QObject::connect(&app, &QCoreApplication::aboutToQuit, &delegate,
                      &AppDelegate::applicationWillTerminate);
+    // A signal taken in by a local event loop during start-up, before the main one ran.
+    if (stopRequested)
+        QMetaObject::invokeMethod(&app, &QCoreApplication::quit, Qt::QueuedConnection);
     // Start-up leaves freed heap behind; hand it back once everything has settled.
     QTimer::singleShot(5000, [] { malloc_trim(0); });
     return QApplication::exec();

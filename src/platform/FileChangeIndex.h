@@ -13,4 +13,13 @@ public:
     // Absolute paths of files written within the last `seconds` seconds, each once, in
     // no particular order.
     virtual QStringList modifiedWithin(int seconds) const = 0;
+
+    // Folders whose entries changed within the last `seconds` seconds (a file made, moved in
+    // as editors save through a temporary file, or removed), newest first, including what
+    // happened before the index started as far as the folders' modification times tell. A
+    // file rewritten in place leaves its folder's time alone. Empty when not known.
+    virtual QStringList foldersChangedWithin(int seconds) const {
+        Q_UNUSED(seconds);
+        return {};
+    }
 };

@@ -197,10 +197,21 @@ void SpotlightMonitor::rememberRepository(const QString& root) {
 void SpotlightMonitor::warmUp() {
     // Learn the HEAD of recently used repositories, so the first commit seen later is
     // measured against the real previous HEAD instead of counted from nothing.
-    QSet<QString> folders;
+    // The folders of files saved recently, then (for what happened before the index started)
+    // the folders changed most recently.
+    QStringList folders;
+    QSet<QString> seen;
     for (const QString& path : m_index.modifiedWithin(warmUpLookBackSeconds))
-        folders.insert(folderOf(path));
-    for (const QString& folder : firstOf(folders, warmUpFolderLimit)) {
+        if (const QString folder = folderOf(path); !seen.contains(folder)) {
+            seen.insert(folder);
+            folders.append(folder);
+        }
+    for (const QString& folder : m_index.foldersChangedWithin(warmUpLookBackSeconds))
+        if (!seen.contains(folder)) {
+            seen.insert(folder);
+            folders.append(folder);
+        }
+    for (const QString& folder : folders.mid(0, warmUpFolderLimit)) {
         const QString root = m_git.gitRoot(folder);
         if (root.isEmpty())
             continue;

@@ -98,7 +98,7 @@ QString ExportFormatter::csv() const {
             QString::number(byType.value(TokenType::output)),
             QString::number(byType.value(TokenType::input)), QString::number(raw),
             QString::number(sessions.size()), hour ? LoadMetrics::hourLabel(*hour) : QString(),
-            app ? csvField(*app) : QString(), QString::asprintf("%.1f", saturation)}
+            app ? csvField(*app) : QString(), printfDouble("%.1f", saturation)}
                          .join(u','));
     }
     return lines.join(u'\n');
@@ -125,8 +125,8 @@ QString ExportFormatter::markdownSummary(const QLocale& locale) const {
           << QStringLiteral("**Total:** %1%2**Saturation:** %3%%2**Temperature:** %4%%2"
                             "**Sessions:** %5")
                  .arg(formatK(total), separator,
-                      QString::asprintf("%.0f", m_store.contextSaturation() * 100.0),
-                      QString::asprintf("%.0f", m_store.temperature() * 100.0))
+                      printfDouble("%.0f", m_store.contextSaturation() * 100.0),
+                      printfDouble("%.0f", m_store.temperature() * 100.0))
                  .arg(sessions.size())
           << QString() << QStringLiteral("| Type | Tokens | Share |")
           << QStringLiteral("|------|--------|-------|");
@@ -138,8 +138,7 @@ QString ExportFormatter::markdownSummary(const QLocale& locale) const {
         // Truncated as a double: a gross type total far above a small net total need not fit.
         const double share = total < 1 ? 0.0 : std::trunc(double(tokens) / double(total) * 100.0);
         lines << QStringLiteral("| %1 | %2 | %3% |")
-                     .arg(TokenTypes::label(type), formatK(tokens),
-                          QString::asprintf("%.0f", share));
+                     .arg(TokenTypes::label(type), formatK(tokens), printfDouble("%.0f", share));
     }
 
     QStringList highlights;
@@ -158,7 +157,7 @@ QString ExportFormatter::markdownSummary(const QLocale& locale) const {
               << QStringLiteral("**Week-over-week:** %1%2%3%  (%4 this week vs %5 last week)")
                      .arg(up ? QStringLiteral("\u2191") : QStringLiteral("\u2193"),
                           up ? QStringLiteral("+") : QString(),
-                          QString::asprintf("%.0f", w->change * 100.0), formatK(w->thisWeek),
+                          printfDouble("%.0f", w->change * 100.0), formatK(w->thisWeek),
                           formatK(w->lastWeek));
     }
     return lines.join(u'\n');

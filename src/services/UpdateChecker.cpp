@@ -13,7 +13,7 @@
 #include <QNetworkAccessManager>
 #include <QNetworkReply>
 #include <QRegularExpression>
-#include <QSaveFile>
+#include <QSet>
 #include <QStandardPaths>
 #include <QSysInfo>
 #include <QTemporaryFile>
@@ -22,6 +22,8 @@
 #include <cstdio>
 #include <limits>
 #include <memory>
+
+#include <unistd.h>
 
 #ifndef MINDMETER_DEFAULT_VENDOR_URL
 #error "the build sets MINDMETER_DEFAULT_VENDOR_URL from the CMake variable MINDMETER_VENDOR_URL"
@@ -216,9 +218,15 @@ QNetworkReply* UpdateChecker::get(const QUrl& url, const QByteArray& accept, int
     reply->setReadBufferSize(bufferBytes);
 
     const QString scheme = url.scheme().toLower();
-    connect(reply, &QNetworkReply::redirected, reply, [reply, scheme](const QUrl& target) {
+    auto visited =
+        std::make_shared<QSet<QUrl>>(QSet<QUrl>{url.adjusted(QUrl::NormalizePathSegments)});
+    connect(reply, &QNetworkReply::redirected, reply, [reply, scheme, visited](const QUrl& target) {
         QString reason;
-        if (target.scheme().toLower() != scheme)
+        const QUrl normalized = target.adjusted(QUrl::NormalizePathSegments);
+        if (visited->contains(normalized))
+            refuse(reply, QStringLiteral("redirect loop: %1 leads back to itself")
+                              .arg(target.toString(QUrl::RemoveUserInfo)));
+        else if (target.scheme().toLower() != scheme)
             refuse(reply, QStringLiteral("redirect to another scheme refused (%1)")
                               .arg(target.toString(QUrl::RemoveUserInfo)));
         else if (!isAcceptableUrl(target, &reason))
@@ -226,6 +234,7 @@ QNetworkReply* UpdateChecker::get(const QUrl& url, const QByteArray& accept, int
                               .arg(target.toString(QUrl::RemoveUserInfo), reason));
         else
             emit reply->redirectAllowed();
+        visited->insert(normalized);
     });
     QTimer::singleShot(deadlineMs, reply, [reply] {
         refuse(reply, QStringLiteral("the server took too long (timed out)"));
@@ -414,10 +423,13 @@ bool UpdateChecker::install(const QString& stagedPath, const QString& destinatio
         return true;
     if (errno != EXDEV)
         return false;
-    // Another file system: copy beside the destination, then rename it into place.
+    // Another file system: copy into a new file beside the destination, then rename it into
+    // place. The rename replaces whatever stands at the destination, a symbolic link
+    // included, and never writes through it (as a save that resolves links would).
     QFile in(stagedPath);
-    QSaveFile out(destination);
-    if (!in.open(QIODevice::ReadOnly) || !out.open(QIODevice::WriteOnly))
+    QTemporaryFile out(QFileInfo(destination).absolutePath() +
+                       QStringLiteral("/.mindmeter-download-XXXXXX"));
+    if (!in.open(QIODevice::ReadOnly) || !out.open())
         return false;
     while (true) {
         const QByteArray chunk = in.read(65536);
@@ -426,8 +438,11 @@ bool UpdateChecker::install(const QString& stagedPath, const QString& destinatio
         if (out.write(chunk) != chunk.size())
             return false;
     }
-    if (in.error() != QFileDevice::NoError || !out.commit())
+    if (in.error() != QFileDevice::NoError || !out.flush() || ::fsync(out.handle()) != 0 ||
+        std::rename(QFile::encodeName(out.fileName()).constData(),
+                    QFile::encodeName(destination).constData()) != 0)
         return false;
+    out.setAutoRemove(false);
     QFile::remove(stagedPath);
     return true;
 }

@@ -51,6 +51,13 @@ DayStore::DayStore(Defaults& defaults, const Clock& clock, Options options, QObj
     loadToday();
     refreshHistoryNow();
     scheduleMidnightReset();
+
+    // A day written from outside while this store runs is taken in at once, so the views
+    // show it and the next write keeps it.
+    connect(&m_defaults, &Defaults::valueChanged, this, [this](const QString& key) {
+        if (!m_writing && (key.isEmpty() || key == DayKeys::sessions(dayText())))
+            takeStoredChanges();
+    });
 }
 
 DayStore::~DayStore() {
@@ -125,42 +132,98 @@ void DayStore::persist() {
     // The day being recorded, not the clock's: a clock set back past midnight must not
     // write today's sessions over yesterday's.
     const QString key = DayKeys::sessions(dayText());
-    if (m_storedDayUnread) {
-        // Today could not be read at start; keep whatever was stored alongside our sessions.
-        bool ok = false;
-        const QVariant stored = m_defaults.value(key, &ok);
-        if (!ok) {
-            noteWrite(false); // still unreadable: keep the day in memory and try again
+    // A day written from outside (`defaults write`, another process) is taken in first, and
+    // an unreadable one is never written over.
+    if (!takeStoredChanges()) {
+        noteWrite(false); // still unreadable: keep the day in memory and try again
+        return;
+    }
+    if (m_undecodable) {
+        // The bytes of a day that did not decode are kept aside before they are replaced.
+        if (!m_defaults.setData(DayKeys::quarantine(dayText()), *m_undecodable)) {
+            noteWrite(false);
             return;
         }
-        m_storedDayUnread = false;
-        if (const auto bytes = Defaults::toData(stored)) {
-            if (auto earlier = SessionCodec::decodeDay(*bytes)) {
-                QSet<QUuid> known;
-                for (const ActivitySession& s : m_sessions)
-                    known.insert(s.id);
-                QList<ActivitySession> merged;
-                for (const ActivitySession& s : withoutTheDayBefore(*earlier))
-                    if (!known.contains(s.id))
-                        merged.append(s);
-                if (!merged.isEmpty()) {
-                    merged.append(m_sessions);
-                    m_sessions.clear();
-                    m_grossTokens = 0;
-                    m_tokensByType.clear();
-                    record(merged); // recomputes totals and persists the merged day
-                    return;
-                }
-            }
-        }
+        m_undecodable.reset();
     }
     // A failed write leaves the day in memory; the next write stores it whole again, with
     // its recovery (which may have been lost with the store, or failed by itself).
-    bool ok = m_defaults.setData(key, SessionCodec::encodeDay(m_sessions));
+    m_writing = true;
+    bool ok = m_defaults.setData(key, SessionCodec::encodeDay(m_heldBack + m_sessions));
+    m_writing = false;
+    if (ok) {
+        m_storedRevision = m_defaults.revision(key);
+        m_savedCount = m_sessions.size();
+    }
     const QString recoveryKey = DayKeys::recovery(dayText());
     if (ok && m_recoveredTokens != 0 && m_defaults.integer(recoveryKey) != m_recoveredTokens)
         ok = m_defaults.setInteger(recoveryKey, m_recoveredTokens);
     noteWrite(ok);
+}
+
+bool DayStore::takeStoredChanges() {
+    const QString key = DayKeys::sessions(dayText());
+    const quint64 revision = m_defaults.revision(key);
+    if (!m_storedDayUnread && revision == m_storedRevision)
+        return true;
+    bool ok = false;
+    const QVariant stored = m_defaults.value(key, &ok);
+    if (!ok) {
+        m_storedDayUnread = true;
+        return false;
+    }
+    m_storedDayUnread = false;
+    m_storedRevision = revision;
+    const std::optional<QByteArray> bytes = Defaults::toData(stored);
+    std::optional<QList<ActivitySession>> day =
+        bytes ? SessionCodec::decodeDay(*bytes) : std::nullopt;
+    if (!day) {
+        // Gone (the entry deleted, the file made anew) or not a day: nothing stored can
+        // replace what is in memory, which the next write stores whole.
+        if (bytes)
+            m_undecodable = *bytes;
+        m_savedCount = 0;
+        return true;
+    }
+    m_undecodable.reset();
+    adoptStoredDay(*day, m_sessions.mid(m_savedCount));
+    return true;
+}
+
+void DayStore::adoptStoredDay(const QList<ActivitySession>& stored,
+                              const QList<ActivitySession>& unsaved) {
+    const Timestamp startOfDay = Timestamp::fromDateTime(m_day.startOfDay());
+    QList<ActivitySession> sessions;
+    QList<ActivitySession> earlier;
+    QSet<QUuid> storedIds;
+    for (const ActivitySession& s : stored) {
+        storedIds.insert(s.id);
+        (s.startTime >= startOfDay ? sessions : earlier).append(s);
+    }
+    // A stay that began before midnight, or a day recorded before a move to a time zone
+    // further west, stays stored with the day; copies of the day before do not.
+    m_heldBack = withoutTheDayBefore(earlier);
+    m_savedCount = sessions.size();
+    for (const ActivitySession& s : unsaved)
+        if (!storedIds.contains(s.id))
+            sessions.append(s);
+    m_sessions = std::move(sessions);
+    m_grossTokens = 0;
+    m_tokensByType.clear();
+    for (const ActivitySession& s : std::as_const(m_sessions)) {
+        m_grossTokens = checkedAdd(m_grossTokens, s.weightedTokens());
+        m_tokensByType[s.tokenType] =
+            checkedAdd(m_tokensByType.value(s.tokenType, 0), s.weightedTokens());
+    }
+    emit sessionsChanged();
+    emit tokensByTypeChanged();
+    setTotal(std::max<qint64>(m_grossTokens - m_recoveredTokens, 0));
+}
+
+DayStore::StoredDay DayStore::storedDay() const {
+    if (m_storedDayUnread)
+        return StoredDay::Unreadable;
+    return m_undecodable ? StoredDay::Undecodable : StoredDay::Readable;
 }
 
 void DayStore::noteWrite(bool ok) {
@@ -187,41 +250,15 @@ QList<ActivitySession> DayStore::withoutTheDayBefore(const QList<ActivitySession
 }
 
 void DayStore::loadToday() {
-    const QString day = dayText();
-    bool ok = false;
-    const QVariant stored = m_defaults.value(DayKeys::sessions(day), &ok);
-    if (!ok) {
-        m_storedDayUnread = true;
-        return;
-    }
-    const std::optional<QByteArray> bytes = Defaults::toData(stored);
-    if (!bytes)
-        return;
-    const std::optional<QList<ActivitySession>> decoded = SessionCodec::decodeDay(*bytes);
-    if (!decoded) {
-        // Undecodable days are ignored, and the next write replaces them; keep a copy of
-        // the bytes so nothing the user had is destroyed outright.
-        m_defaults.setData(DayKeys::quarantine(day), *bytes);
-        return;
-    }
-
-    // Every session stored under the day was recorded on it (a stay that began before
-    // midnight, a sleep, a change of time zone), except copies of the day before that older
-    // versions wrote just after midnight.
-    m_sessions = withoutTheDayBefore(*decoded);
-    m_grossTokens = 0;
-    m_tokensByType.clear();
-    for (const ActivitySession& s : std::as_const(m_sessions)) {
-        m_grossTokens = checkedAdd(m_grossTokens, s.weightedTokens());
-        m_tokensByType[s.tokenType] =
-            checkedAdd(m_tokensByType.value(s.tokenType, 0), s.weightedTokens());
-    }
-    // Recovery is never more than the day earned; a stored value from outside is brought
-    // into range, so the total cannot overflow.
-    m_recoveredTokens = std::clamp(m_defaults.integer(DayKeys::recovery(day)),
-                                   -SessionCodec::maxDayTokens, m_grossTokens);
-    emit sessionsChanged();
-    emit tokensByTypeChanged();
+    // Reading never writes: a day that does not decode counts as empty here, and is kept
+    // aside only by the write that replaces it.
+    m_storedDayUnread = true; // read it whatever its revision says: it may be unreadable
+    if (!takeStoredChanges() || m_storedRevision == 0 || m_undecodable)
+        return; // nothing stored, readable and decodable: not even the recovery is loaded
+    // The recovery as stored; only values no day can reach are held at a bound, so the
+    // total and later recovery cannot overflow.
+    m_recoveredTokens = std::clamp(m_defaults.integer(DayKeys::recovery(dayText())),
+                                   -SessionCodec::maxDayTokens, SessionCodec::maxDayTokens);
     setTotal(std::max<qint64>(m_grossTokens - m_recoveredTokens, 0));
 }
 
@@ -245,6 +282,11 @@ int DayStore::midnightTimerRemaining() const {
 
 void DayStore::clearDay() {
     m_sessions.clear();
+    m_heldBack.clear();
+    m_savedCount = 0;
+    m_storedRevision = 0;
+    m_undecodable.reset();
+    m_storedDayUnread = false;
     m_grossTokens = 0;
     m_tokensByType.clear();
     m_recoveredTokens = 0;
@@ -281,9 +323,10 @@ void DayStore::resetForDebug() {
     QMetaObject::invokeMethod(
         this,
         [this] {
-            clearDay();
             m_defaults.remove(DayKeys::recovery(dayText()));
-            m_storedDayUnread = false; // the reset is meant to discard the stored day
+            // The reset is meant to discard the stored day, whatever it holds.
+            clearDay();
+            m_storedRevision = m_defaults.revision(DayKeys::sessions(dayText()));
             persist();
             refreshHistoryNow();
         },

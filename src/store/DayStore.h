@@ -17,6 +17,7 @@
 #include <QVariant>
 
 #include <memory>
+#include <optional>
 
 // Today's ledger and the history derived from the stored days.
 //
@@ -74,6 +75,12 @@ public:
     QDateTime lastResetDate() const { return m_day.startOfDay(); }
     // True from a failed write of today until the next write that succeeds.
     bool writesFailing() const { return m_writeFailing; }
+
+    // What became of today's stored record when it was last read: a record the database
+    // could not read (a damaged file, say) is never written over; one that did not decode
+    // counts as empty, and its bytes are kept aside before the first write replaces them.
+    enum class StoredDay { Readable, Unreadable, Undecodable };
+    StoredDay storedDay() const;
     const HistoryResult& history() const { return m_history; }
 
     double contextSaturation() const;
@@ -125,6 +132,13 @@ private:
     void persist();
     void noteWrite(bool ok);
     void loadToday();
+    // Takes the stored day as it is now when it changed since this store last read or wrote
+    // it (another process wrote it, or it could not be read); false while it cannot be read.
+    bool takeStoredChanges();
+    // Today becomes the stored day's sessions that began today, then those of unsaved that
+    // it lacks; the others stay stored with the day, uncounted.
+    void adoptStoredDay(const QList<ActivitySession>& stored,
+                        const QList<ActivitySession>& unsaved);
     // Sessions minus copies of ones stored under the day before.
     QList<ActivitySession> withoutTheDayBefore(const QList<ActivitySession>& sessions) const;
     bool startNewDayIfNeeded();
@@ -162,6 +176,14 @@ private:
     // Set when today's stored day could not be read: the next write first merges in what
     // was stored, so an unreadable moment never overwrites the day.
     bool m_storedDayUnread = false;
+    // The stored day as last read or written here: its revision, how many of m_sessions it
+    // holds, the sessions it holds that began before today, and the bytes of a day that
+    // did not decode (kept aside before they are replaced).
+    quint64 m_storedRevision = 0;
+    qsizetype m_savedCount = 0;
+    QList<ActivitySession> m_heldBack;
+    std::optional<QByteArray> m_undecodable;
+    bool m_writing = false;
     bool m_writeFailing = false;
 
     QTimer m_midnightTimer;

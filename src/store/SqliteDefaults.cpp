@@ -44,6 +44,24 @@ struct StatementScope {
     }
 };
 
+// Private data is never written through a symbolic link (which may lead anywhere) or into
+// what belongs to someone else.
+bool isOwnPlainEntry(const QString& path, QString* error) {
+    struct stat st {};
+    if (::lstat(QFile::encodeName(path).constData(), &st) != 0)
+        return true; // nothing there: it is made anew
+    QString why;
+    if (S_ISLNK(st.st_mode))
+        why = QStringLiteral("%1 is a symbolic link; refusing to keep private data through it");
+    else if (st.st_uid != ::geteuid())
+        why = QStringLiteral("%1 belongs to another user; refusing to use it");
+    if (why.isEmpty())
+        return true;
+    if (error)
+        *error = why.arg(path);
+    return false;
+}
+
 bool ensurePrivateFolder(const QString& folder, QString* error) {
     if (!QDir().mkpath(folder)) {
         if (error)
@@ -54,7 +72,7 @@ bool ensurePrivateFolder(const QString& folder, QString* error) {
     struct stat st {};
     if (::stat(native.constData(), &st) == 0 && (st.st_mode & 077) != 0 && st.st_uid == ::getuid())
         ::chmod(native.constData(), 0700);
-    return true;
+    return isOwnPlainEntry(folder, error);
 }
 
 // SQLite creates files with the process umask; create the database first so that it, and
@@ -64,7 +82,7 @@ bool ensurePrivateFile(const QString& path, QString* error) {
     const QByteArray native = QFile::encodeName(path);
     const int fd = ::open(native.constData(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, 0600);
     if (fd < 0 && errno == EEXIST)
-        return true;
+        return isOwnPlainEntry(path, error);
     if (fd < 0) {
         if (error)
             *error = QStringLiteral("cannot open %1: %2")
@@ -76,7 +94,7 @@ bool ensurePrivateFile(const QString& path, QString* error) {
 }
 
 // Opens and sets up a connection to the database at path, creating it when needed.
-sqlite3* openConnection(const QString& path, QString* error) {
+sqlite3* openConnection(const QString& path, int busyWaitMs, QString* error) {
     const bool inMemory = path == QLatin1String(":memory:");
     if (!inMemory) {
         if (!ensurePrivateFolder(QFileInfo(path).absolutePath(), error) ||
@@ -96,7 +114,7 @@ sqlite3* openConnection(const QString& path, QString* error) {
         sqlite3_close_v2(db);
         return nullptr;
     }
-    sqlite3_busy_timeout(db, 5000);
+    sqlite3_busy_timeout(db, busyWaitMs);
 
     // WAL lets the command line read while the app writes; NORMAL sync keeps every commit
     // atomic across crashes (only a power cut can undo the last few commits, never corrupt).
@@ -158,7 +176,7 @@ QString SqliteDefaults::defaultPath() {
 }
 
 std::unique_ptr<SqliteDefaults> SqliteDefaults::open(const QString& path, QString* error) {
-    sqlite3* db = openConnection(path, error);
+    sqlite3* db = openConnection(path, defaultBusyWaitMs, error);
     if (!db)
         return nullptr;
     std::unique_ptr<SqliteDefaults> store(new SqliteDefaults(db, path));
@@ -182,7 +200,7 @@ bool SqliteDefaults::ensureWritableConnection() {
         return true;
     const bool madeAgain = identity.second == 0 || identity != m_identity;
     QString error;
-    sqlite3* db = openConnection(m_path, &error);
+    sqlite3* db = openConnection(m_path, m_busyWaitMs, &error);
     if (!db) {
         m_lastError = error;
         m_reopenBeforeWrite = true;
@@ -222,6 +240,13 @@ bool SqliteDefaults::prepare() {
 
 sqlite3_stmt* SqliteDefaults::statement(int index) const {
     return m_statements[index];
+}
+
+void SqliteDefaults::setBusyWaitLimit(int ms) {
+    QMutexLocker lock(&m_mutex);
+    m_busyWaitMs = ms;
+    if (m_db)
+        sqlite3_busy_timeout(m_db, ms);
 }
 
 QString SqliteDefaults::lastError() const {

@@ -27,7 +27,8 @@ public:
 
     // Opens (creating when needed) the database at path; ":memory:" gives a private
     // in-memory store. A new file is made readable by its owner only, in a folder only its
-    // owner may enter; a write-protected file is opened for reading, and writes to it fail.
+    // owner may enter; a write-protected file is opened for reading, and writes to it fail. A
+    // file or folder that is a symbolic link, or belongs to another user, is refused.
     // On failure returns null and says why in *error.
     static std::unique_ptr<SqliteDefaults> open(const QString& path, QString* error = nullptr);
 
@@ -41,6 +42,13 @@ public:
     quint64 revision(const QString& key) const override;
 
     QString path() const { return m_path; }
+
+    // How long an operation waits for another process's lock before it fails (and a write
+    // is kept for the next one). Long enough by default for the command line; the tray and
+    // the tracker, whose main thread must not stall, wait briefly.
+    static constexpr int defaultBusyWaitMs = 5000;
+    static constexpr int interactiveBusyWaitMs = 200;
+    void setBusyWaitLimit(int ms);
 
     // Watches the file for commits made by other processes (the command line, say) and
     // announces them as valueChanged with an empty key. Event-driven: nothing is polled.
@@ -75,4 +83,5 @@ private:
     // The device and inode of the file this connection has open.
     std::pair<quint64, quint64> m_identity{0, 0};
     bool m_reopenBeforeWrite = false;
+    int m_busyWaitMs = defaultBusyWaitMs;
 };

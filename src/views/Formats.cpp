@@ -9,11 +9,11 @@ QString Formats::formatK(qint64 n) {
 }
 
 QString Formats::percent(double v) {
-    return QString::asprintf("%.0f%%", v * 100.0);
+    return printfDouble("%.0f%%", v * 100.0);
 }
 
 QString Formats::multiplier(double m) {
-    return QString::asprintf("\u00d7%.1f token multiplier", m);
+    return printfDouble("\u00d7%.1f token multiplier", m);
 }
 
 QString Formats::switches(qint64 count) {
@@ -35,5 +35,5 @@ QString Formats::integer(qint64 n) {
 }
 
 QString Formats::thousands(qint64 n) {
-    return QString::asprintf("%.0fk", double(n) / 1000.0);
+    return printfDouble("%.0fk", double(n) / 1000.0);
 }

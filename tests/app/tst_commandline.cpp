@@ -1,6 +1,9 @@
 #include "model/SessionCodec.h"
+#include "store/SqliteDefaults.h"
 
 #include <QDateTime>
+#include <QDir>
+#include <QFileInfo>
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
@@ -10,6 +13,7 @@
 #include <QUuid>
 
 #include <sys/stat.h>
+#include <unistd.h>
 
 namespace {
 
@@ -31,7 +35,8 @@ private slots:
     void usageErrorsWriteNothing();
     void dayFromStandardInputShowsInStatus();
     void historyOverWrittenDays();
-    void unusableStoreIsReported();
+    void damagedStoreReadsAsDamaged_data();
+    void damagedStoreReadsAsDamaged();
     void helpAndVersion();
     void trayWithoutADisplay();
 
@@ -223,19 +228,67 @@ void CommandLineTest::historyOverWrittenDays() {
     QVERIFY(r.out.startsWith(today.toString(Qt::ISODate).toUtf8() + "  Today "));
 }
 
-void CommandLineTest::unusableStoreIsReported() {
+void CommandLineTest::damagedStoreReadsAsDamaged_data() {
+    QTest::addColumn<QString>("fault");
+    QTest::addColumn<QStringList>("verbs");
+    QTest::addColumn<QByteArray>("said");
+    const QStringList reading = {"status", "history", "summary"};
+    QTest::newRow("not a database")
+        << "garbage" << (reading + QStringList{"defaults read", "defaults write"})
+        << QByteArray("not a database");
+    QTest::newRow("file cut short") << "cut" << reading << QByteArray("malformed");
+    QTest::newRow("day does not decode")
+        << "undecodable" << reading << QByteArray("are damaged and do not read as a day");
+    QTest::newRow("file is a symbolic link")
+        << "file link" << (reading + QStringList{"defaults write"})
+        << QByteArray("is a symbolic link; refusing");
+}
+
+void CommandLineTest::damagedStoreReadsAsDamaged() {
+    QFETCH(QString, fault);
+    QFETCH(QStringList, verbs);
+    QFETCH(QByteArray, said);
+    const QString todayKey =
+        "mindmeter.sessions." + QDateTime::currentDateTimeUtc().date().toString(Qt::ISODate);
     QDir().mkpath(QFileInfo(dbPath()).absolutePath());
-    QFile f(dbPath());
-    QVERIFY(f.open(QIODevice::WriteOnly));
-    f.write(QByteArray(4096, 'x'));
-    f.close();
-    for (const QStringList& args : {QStringList{"status"}, QStringList{"defaults", "read"},
-                                    QStringList{"defaults", "write", "k", "-int", "1"}}) {
+    QString target = dbPath(); // the file whose bytes must stay as they are
+    if (fault == "garbage") {
+        QFile f(dbPath());
+        QVERIFY(f.open(QIODevice::WriteOnly));
+        f.write(QByteArray(4096, 'x'));
+    } else if (fault == "cut") {
+        // A real store holding a large day (its overflow pages at the end), cut short.
+        QList<QPair<QString, qint64>> sessions(1500, {"reasoning", 10});
+        QCOMPARE(run({"defaults", "write", todayKey, "-data-file", "-"},
+                     day(QDateTime::currentDateTimeUtc().date(), sessions))
+                     .exitCode,
+                 0);
+        QVERIFY(QFileInfo(dbPath()).size() > 100000);
+        QVERIFY(::truncate(QFile::encodeName(dbPath()).constData(), 3 * 4096) == 0);
+    } else if (fault == "undecodable") {
+        auto db = SqliteDefaults::open(dbPath());
+        QVERIFY(db && db->setData(todayKey, R"([{"id":"x"}])"));
+    } else { // the file is a symbolic link
+        target = m_dir->filePath("elsewhere.sqlite3");
+        QVERIFY(SqliteDefaults::open(target));
+        QVERIFY(QFile::link(target, dbPath()));
+    }
+    const auto fingerprint = [&] {
+        QFile f(target);
+        return QDir(QFileInfo(target).path()).entryList(QDir::Files | QDir::Hidden).join(',') +
+               (f.open(QIODevice::ReadOnly) ? f.readAll().toHex() : QByteArray());
+    };
+    const QString before = fingerprint();
+    for (const QString& verb : verbs) {
+        const QStringList args =
+            verb.split(' ') +
+            (verb == "defaults write" ? QStringList{"k", "-int", "1"} : QStringList{});
         const Result r = run(args);
         QCOMPARE(r.exitCode, 1);
-        QVERIFY2(r.err.contains("not a database"), r.err.constData());
+        QVERIFY2(r.err.contains(said), qPrintable(verb + ": " + r.err));
+        QVERIFY2(r.out.isEmpty(), qPrintable(verb + ": " + r.out)); // never an empty day
     }
-    QCOMPARE(QFileInfo(dbPath()).size(), 4096); // left as it was
+    QCOMPARE(fingerprint(), before); // left as it was: reading never writes
 }
 
 void CommandLineTest::helpAndVersion() {

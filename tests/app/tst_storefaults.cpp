@@ -8,6 +8,8 @@
 // neither can be had, that case says so and the file-size limit (RLIMIT_FSIZE) case, which
 // needs no privilege, remains.
 
+#include "Sessions.h"
+#include "SqliteIntegrity.h"
 #include "TrackerProcess.h"
 #include "X11Windows.h"
 
@@ -15,11 +17,14 @@
 #include "store/DayKeys.h"
 #include "store/SqliteDefaults.h"
 
+#include <QDir>
 #include <QElapsedTimer>
 #include <QFile>
+#include <QFileInfo>
 #include <QSet>
 #include <QTemporaryDir>
 #include <QTest>
+#include <QUuid>
 
 #include <sqlite3.h>
 
@@ -29,7 +34,9 @@
 #include <sys/mount.h>
 #include <sys/prctl.h>
 #include <sys/resource.h>
+#include <sys/socket.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <linux/capability.h>
@@ -87,20 +94,6 @@ std::optional<QByteArray> readValue(const QString& path, const QString& key) {
     return result;
 }
 
-QString integrity(const QString& path) {
-    sqlite3* db = nullptr;
-    sqlite3_open_v2(QFile::encodeName(path).constData(), &db, SQLITE_OPEN_READONLY, nullptr);
-    sqlite3_stmt* s = nullptr;
-    sqlite3_prepare_v2(db, "PRAGMA integrity_check", -1, &s, nullptr);
-    const QString result =
-        s && sqlite3_step(s) == SQLITE_ROW
-            ? QString::fromUtf8(reinterpret_cast<const char*>(sqlite3_column_text(s, 0)))
-            : QString::fromUtf8(sqlite3_errmsg(db));
-    sqlite3_finalize(s);
-    sqlite3_close(db);
-    return result;
-}
-
 bool waitFor(const std::function<bool()>& condition, int timeoutMs = 20000) {
     QElapsedTimer t;
     t.start();
@@ -120,6 +113,52 @@ void dropFileOverrides() {
             ::prctl(PR_CAPBSET_DROP, cap, 0, 0, 0);
 }
 
+// A second process that holds the database's write lock until released; with readersToo,
+// SQLite's exclusive locking mode keeps other processes from even reading it.
+class DatabaseHolder {
+public:
+    explicit DatabaseHolder(const QString& path, bool readersToo = false) {
+        int fds[2];
+        if (::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, fds) != 0)
+            return;
+        const QByteArray native = QFile::encodeName(path);
+        m_pid = ::fork();
+        if (m_pid == 0) {
+            ::close(fds[0]); // so that the test closing its end is seen as the release
+            sqlite3* db = nullptr;
+            char byte = 0;
+            if (sqlite3_open(native.constData(), &db) == SQLITE_OK &&
+                sqlite3_exec(db,
+                             readersToo ? "PRAGMA locking_mode=EXCLUSIVE; BEGIN EXCLUSIVE; "
+                                          "SELECT count(*) FROM defaults;"
+                                        : "BEGIN EXCLUSIVE",
+                             nullptr, nullptr, nullptr) == SQLITE_OK &&
+                ::write(fds[1], "h", 1) == 1) {
+                [[maybe_unused]] const ssize_t n = ::read(fds[1], &byte, 1); // until released
+            }
+            ::_exit(0);
+        }
+        ::close(fds[1]);
+        m_fd = fds[0];
+        char byte = 0;
+        m_holding = m_pid > 0 && ::read(m_fd, &byte, 1) == 1;
+    }
+    ~DatabaseHolder() { release(); }
+    bool held() const { return m_holding; }
+    void release() {
+        if (m_pid <= 0)
+            return;
+        ::close(m_fd); // the holder's read ends: it lets go and exits
+        ::waitpid(m_pid, nullptr, 0);
+        m_pid = 0;
+    }
+
+private:
+    int m_fd = -1;
+    pid_t m_pid = 0;
+    bool m_holding = false;
+};
+
 } // namespace
 
 class StoreFaultsTest : public QObject {
@@ -132,6 +171,9 @@ private slots:
     void diskFull();
     void readOnlyStore();
     void dataFolderDeletedWhileTracking();
+    void databaseHeldByAnotherProcess();
+    void dayWrittenWhileTracking();
+    void stopSignalDuringStartUp();
 
 private:
     // Today's stored sessions, read without creating anything.
@@ -358,6 +400,90 @@ void StoreFaultsTest::dataFolderDeletedWhileTracking() {
     QCOMPARE(m_tracker->process().exitCode(), 0);
     QCOMPARE(integrity(m_tracker->databasePath()), QString("ok"));
     QVERIFY(stored().size() >= after.size());
+}
+
+// --- Another process holds the database ------------------------------------------------
+
+void StoreFaultsTest::databaseHeldByAnotherProcess() {
+    m_tracker->start(10);
+    QVERIFY2(m_tracker->waitUntilTracking(), m_tracker->said().constData());
+    QVERIFY(waitFor([&] { return stored().size() >= 3; }));
+
+    DatabaseHolder holder(m_tracker->databasePath());
+    QVERIFY(holder.held());
+
+    // The tracker waits for the lock only briefly, keeps the day in memory and says why;
+    // the command line still reads.
+    QVERIFY2(m_tracker->waitForMessage("database is locked; keeping them in memory"),
+             m_tracker->said().constData());
+    int status = 0;
+    runCli({"status", "--json"}, &status);
+    QCOMPARE(status, 0);
+    const qsizetype whileHeld = stored().size();
+
+    holder.release();
+    QVERIFY2(m_tracker->waitForMessage("mindmeter: today's sessions are stored again"),
+             m_tracker->said().constData());
+    QVERIFY(waitFor([&] { return stored().size() > whileHeld; }));
+}
+
+// --- Today written from outside ------------------------------------------------------------
+
+void StoreFaultsTest::dayWrittenWhileTracking() {
+    m_tracker->start(10);
+    QVERIFY2(m_tracker->waitUntilTracking(), m_tracker->said().constData());
+    QVERIFY(waitFor([&] { return stored().size() >= 3; }));
+
+    // `defaults write` of today's day while the tracker runs: the written day is kept, and
+    // the tracker's sessions from then on are added to it.
+    const QDateTime morning = QDateTime::currentDateTimeUtc().date().startOfDay(Qt::UTC);
+    const QList<ActivitySession> written = {
+        makeSession(TokenType::output, 10, morning),
+        makeSession(TokenType::output, 10, morning.addSecs(60))};
+    QFile file(m_dir->filePath("day.json"));
+    QVERIFY(file.open(QIODevice::WriteOnly));
+    file.write(SessionCodec::encodeDay(written));
+    file.close();
+    int status = 0;
+    const QString key =
+        DayKeys::sessions(QDateTime::currentDateTimeUtc().date().toString(Qt::ISODate));
+    const QByteArray said =
+        runCli({"defaults", "write", key, "-data-file", file.fileName()}, &status);
+    QVERIFY2(status == 0, said.constData());
+    QVERIFY(waitFor([&] {
+        const QList<ActivitySession> now = stored();
+        return now.size() > written.size() && now.mid(0, written.size()) == written;
+    }));
+
+    ::kill(pid_t(m_tracker->pid()), SIGTERM);
+    QVERIFY(m_tracker->process().waitForFinished(10000));
+    QCOMPARE(m_tracker->process().exitCode(), 0);
+    QCOMPARE(stored().mid(0, written.size()), written);
+}
+
+// --- A stop signal while starting ---------------------------------------------------------
+
+void StoreFaultsTest::stopSignalDuringStartUp() {
+    QVERIFY(SqliteDefaults::open(m_tracker->databasePath()));
+    // With the database held, the tracker's start waits in opening it: SIGTERM lands there.
+    DatabaseHolder holder(m_tracker->databasePath(), true);
+    QVERIFY(holder.held());
+    m_tracker->start(10);
+    const QString fds = QStringLiteral("/proc/%1/fd").arg(m_tracker->pid());
+    QVERIFY(waitFor([&] {
+        for (const QFileInfo& fd : QDir(fds).entryInfoList(QDir::System | QDir::Files))
+            if (fd.symLinkTarget() == m_tracker->databasePath())
+                return true;
+        return false;
+    }));
+    QVERIFY(!m_tracker->said().contains("mindmeter: tracking"));
+    ::kill(pid_t(m_tracker->pid()), SIGTERM);
+    holder.release();
+    // It finishes starting, then stops in order.
+    QVERIFY(m_tracker->process().waitForFinished(30000));
+    QCOMPARE(m_tracker->process().exitStatus(), QProcess::NormalExit);
+    QCOMPARE(m_tracker->process().exitCode(), 0);
+    QCOMPARE(integrity(m_tracker->databasePath()), QString("ok"));
 }
 
 int main(int argc, char* argv[]) {

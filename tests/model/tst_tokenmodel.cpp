@@ -250,6 +250,10 @@ void TokenModelTest::formatK_data() {
     QTest::newRow("thousand") << qint64(1000) << "1.0k";
     QTest::newRow("rounds") << qint64(12345) << "12.3k";
     QTest::newRow("rounds up") << qint64(12960) << "13.0k";
+    // As C's printf: an exact half rounds to even, a binary value above the half rounds up.
+    QTest::newRow("half to even") << qint64(1250) << "1.2k";
+    QTest::newRow("half, binary above") << qint64(1350) << "1.4k";
+    QTest::newRow("half, odd") << qint64(1750) << "1.8k";
     QTest::newRow("negative plain") << qint64(-5000) << "-5000";
     QTest::newRow("huge") << qint64(25000000) << "25000.0k";
 }
@@ -258,6 +262,9 @@ void TokenModelTest::formatK() {
     QFETCH(qint64, n);
     QFETCH(QString, text);
     QCOMPARE(::formatK(n), text);
+    // Percentages format the same way: a saturation of 0.125 is 12 %, 0.135 is 14 %.
+    QCOMPARE(printfDouble("%.0f%%", 0.125 * 100.0), QStringLiteral("12%"));
+    QCOMPARE(printfDouble("%.0f%%", 0.135 * 100.0), QStringLiteral("14%"));
 }
 
 void TokenModelTest::jsonRoundTrip() {

@@ -27,9 +27,17 @@ public:
         m_asked.append(seconds);
         return m_paths;
     }
+    QStringList foldersChangedWithin(int) const override {
+        QMutexLocker lock(&m_mutex);
+        return m_folders;
+    }
     void setPaths(const QStringList& paths) {
         QMutexLocker lock(&m_mutex);
         m_paths = paths;
+    }
+    void setFolders(const QStringList& folders) {
+        QMutexLocker lock(&m_mutex);
+        m_folders = folders;
     }
     QList<int> asked() const {
         QMutexLocker lock(&m_mutex);
@@ -39,6 +47,7 @@ public:
 private:
     mutable QMutex m_mutex;
     QStringList m_paths;
+    QStringList m_folders;
     mutable QList<int> m_asked;
 };
 
@@ -329,9 +338,9 @@ void SpotlightMonitorTest::commitsAreCreditedByChangedLines() {
     const QString repo = m_home->filePath("code/project");
     makeRepository(repo);
     FakeFileChangeIndex index;
-    index.setPaths({repo + "/README.md"}); // worked in recently: learnt at warm-up
+    // Worked in recently, before the index started: a folder changed a moment ago.
+    index.setFolders({m_home->filePath("elsewhere"), repo});
     m_monitor = makeMonitor(index, m_gitPath);
-    index.setPaths({});
 
     scan();
     QVERIFY(sessionsOf("git.autodetect").isEmpty()); // HEAD has not moved

@@ -4,8 +4,14 @@
 
 #include <QCryptographicHash>
 #include <QDir>
+#include <QFileInfo>
 #include <QTemporaryDir>
 #include <QTest>
+
+#include <sys/mount.h>
+#include <sys/stat.h>
+
+#include <utility>
 
 namespace {
 
@@ -49,6 +55,8 @@ private slots:
     void manifestVersions();
     void hostileManifestsChangeNothing_data();
     void hostileManifestsChangeNothing();
+    void cleanup();
+    void verifiedDownloadIsOpenedThenQuits_data();
     void verifiedDownloadIsOpenedThenQuits();
     void digestMismatchIsLoggedAndNothingIsKept_data();
     void digestMismatchIsLoggedAndNothingIsKept();
@@ -67,6 +75,8 @@ private:
     std::unique_ptr<LocalHttpServer> m_server;
     RecordingOpener m_opener;
     int m_quits = 0;
+    bool m_mounted = false;
+    std::unique_ptr<QTemporaryDir> m_shm;
 };
 
 void UpdateCheckerTest::init() {
@@ -76,6 +86,12 @@ void UpdateCheckerTest::init() {
     QVERIFY(m_server->listen());
     m_opener = RecordingOpener();
     m_quits = 0;
+}
+
+void UpdateCheckerTest::cleanup() {
+    if (std::exchange(m_mounted, false))
+        ::umount2(QFile::encodeName(m_dir->filePath("Downloads")).constData(), MNT_DETACH);
+    m_shm.reset();
 }
 
 std::unique_ptr<UpdateChecker> UpdateCheckerTest::makeChecker(const QString& vendor) {
@@ -273,6 +289,8 @@ void UpdateCheckerTest::hostileManifestsChangeNothing_data() {
         << "loopback";
     QTest::newRow("silent server") << silent << "timed out";
     QTest::newRow("slow drip") << drip << "timed out";
+    QTest::newRow("redirect loop")
+        << HttpAnswer::make(302, {}, {{"Location", "/moved/../version.json"}}) << "redirect loop";
 }
 
 void UpdateCheckerTest::hostileManifestsChangeNothing() {
@@ -292,7 +310,14 @@ void UpdateCheckerTest::hostileManifestsChangeNothing() {
     QVERIFY(checker->updateAvailable());
 }
 
+void UpdateCheckerTest::verifiedDownloadIsOpenedThenQuits_data() {
+    QTest::addColumn<bool>("otherFileSystem");
+    QTest::newRow("Downloads beside the cache") << false;
+    QTest::newRow("Downloads on another file system") << true;
+}
+
 void UpdateCheckerTest::verifiedDownloadIsOpenedThenQuits() {
+    QFETCH(bool, otherFileSystem);
     const QByteArray package = packageBytes();
     const QString name = UpdateChecker::packageFileName("1.5.0");
 #if defined(__x86_64__)
@@ -306,12 +331,29 @@ void UpdateCheckerTest::verifiedDownloadIsOpenedThenQuits() {
     QCOMPARE(download(*checker), std::optional<bool>(false)); // nothing announced yet
     QVERIFY(check(*checker).ok);
 
-    // An earlier download of the same version is replaced whole.
-    QDir().mkpath(m_dir->filePath("Downloads"));
-    QFile earlier(m_dir->filePath("Downloads/" + name));
-    QVERIFY(earlier.open(QIODevice::WriteOnly));
-    earlier.write("partial");
-    earlier.close();
+    const QString downloads = m_dir->filePath("Downloads");
+    QDir().mkpath(downloads);
+    if (otherFileSystem) {
+        // A small tmpfs mounted as Downloads; without the right to mount, Downloads is a link
+        // to a folder in /dev/shm, the tmpfs every Linux system has.
+        m_mounted =
+            ::mount("tmpfs", QFile::encodeName(downloads).constData(), "tmpfs", 0, "size=8m") == 0;
+        if (!m_mounted) {
+            m_shm = std::make_unique<QTemporaryDir>(QStringLiteral("/dev/shm/mindmeter-XXXXXX"));
+            QVERIFY(m_shm->isValid());
+            QVERIFY(QDir().rmdir(downloads) && QFile::link(m_shm->path(), downloads));
+        }
+        struct stat a = {}, b = {};
+        QVERIFY(::stat(QFile::encodeName(downloads).constData(), &a) == 0 &&
+                ::stat(QFile::encodeName(m_dir->path()).constData(), &b) == 0);
+        QVERIFY(a.st_dev != b.st_dev);
+    }
+    // A link standing under the package's name is replaced, never written through, and an
+    // earlier file of the same name would be replaced whole the same way.
+    QFile outside(m_dir->filePath("outside.deb"));
+    QVERIFY(outside.open(QIODevice::WriteOnly) && outside.write("the user's own file") > 0);
+    outside.close();
+    QVERIFY(QFile::link(outside.fileName(), downloads + u'/' + name));
 
     QCOMPARE(download(*checker), std::optional<bool>(true));
     QFile saved(m_dir->filePath("Downloads/" + name));
@@ -320,6 +362,9 @@ void UpdateCheckerTest::verifiedDownloadIsOpenedThenQuits() {
     QCOMPARE(m_opener.opened, QList<QUrl>{QUrl::fromLocalFile(saved.fileName())});
     QTRY_COMPARE(m_quits, 1);
     QCOMPARE(leftovers(), QStringList{"Downloads/" + name});
+    QVERIFY(!QFileInfo(saved.fileName()).isSymLink());
+    QVERIFY(outside.open(QIODevice::ReadOnly));
+    QCOMPARE(outside.readAll(), QByteArray("the user's own file"));
 
     // Without a digest in the manifest the package is opened unverified.
     m_server->answer("/version.json", manifest(R"({"version":"1.6"})"));

@@ -1,10 +1,8 @@
 #include "DeathTest.h"
 #include "FakeClock.h"
 #include "Sessions.h"
-#include "TimeZoneScope.h"
 
 #include "model/SessionCodec.h"
-#include "store/DayKeys.h"
 #include "store/DayStore.h"
 #include "store/SqliteDefaults.h"
 
@@ -46,15 +44,12 @@ private slots:
     void init();
     void ledgerTotalsAndRecovery();
     void emptyBatchWritesNothing();
-    void loadDropsOnlyCopiesOfTheDayBefore();
-    void recoveryWithoutSessionsIsNotLoaded();
+    void loadKeepsWhatBeganToday();
     void corruptDayIsSetAsideAndReplaced();
     void unreadableDayIsMergedNotOverwritten();
-    void midnightAcrossDaylightSaving_data();
-    void midnightAcrossDaylightSaving();
-    void earlyTimerOnlyRearms();
+    void dayWrittenFromOutsideIsTakenIn();
     void recordAfterMidnightStartsTheNewDay();
-    void outsideRecoveryIsBroughtIntoRange();
+    void recoveryIsLoadedAsStored();
     void wake();
     void developerReset();
     void overflowIsFatal();
@@ -126,7 +121,7 @@ void DayStoreTest::emptyBatchWritesNothing() {
     QVERIFY(m_db->keys().isEmpty());
 }
 
-void DayStoreTest::loadDropsOnlyCopiesOfTheDayBefore() {
+void DayStoreTest::loadKeepsWhatBeganToday() {
     FakeClock clock(local(2026, 5, 30, 0, 5));
     const ActivitySession yesterdays =
         makeSession(TokenType::reasoning, 100, local(2026, 5, 29, 22));
@@ -134,26 +129,24 @@ void DayStoreTest::loadDropsOnlyCopiesOfTheDayBefore() {
     const QList<ActivitySession> day = {
         // Older versions copied the day before into the new day just after midnight.
         yesterdays,
-        // A stay that began before midnight and was recorded after it belongs here: it is
-        // stored nowhere else.
+        // A stay that began before midnight and was recorded after it.
         makeSession(TokenType::input, 7, local(2026, 5, 29, 23, 50)),
         makeSession(TokenType::output, 10, local(2026, 5, 30, 0, 0)),
         makeSession(TokenType::output, 5, local(2026, 5, 30, 0, 2)),
     };
     m_db->setData("mindmeter.sessions.2026-05-30", SessionCodec::encodeDay(day));
     DayStore store(*m_db, clock);
-    QCOMPARE(store.sessions(), day.mid(1));
-    QCOMPARE(store.grossTokens(), qint64(37));
-    QCOMPARE(store.tokensByType(),
-             (QMap<TokenType, qint64>{{TokenType::output, 30}, {TokenType::input, 7}}));
-}
+    QCOMPARE(store.sessions(), day.mid(2));
+    QCOMPARE(store.grossTokens(), qint64(30));
+    QCOMPARE(store.tokensByType(), (QMap<TokenType, qint64>{{TokenType::output, 30}}));
 
-void DayStoreTest::recoveryWithoutSessionsIsNotLoaded() {
-    FakeClock clock(local(2026, 5, 30, 10));
-    m_db->setInteger("mindmeter.recovery.2026-05-30", 500);
-    DayStore store(*m_db, clock);
-    QCOMPARE(store.recoveredTokens(), qint64(0));
-    QCOMPARE(store.totalWeighted(), qint64(0));
+    // The stay stored nowhere else stays stored with the day, uncounted; the copy goes.
+    const ActivitySession next = makeSession(TokenType::input, 1, clock.now());
+    store.addSession(next);
+    settle();
+    QCOMPARE(*SessionCodec::decodeDay(*m_db->data("mindmeter.sessions.2026-05-30")), day.mid(1)
+                                                                                         << next);
+    QCOMPARE(store.grossTokens(), qint64(31));
 }
 
 void DayStoreTest::corruptDayIsSetAsideAndReplaced() {
@@ -161,16 +154,21 @@ void DayStoreTest::corruptDayIsSetAsideAndReplaced() {
     const QByteArray corrupt = R"([{"id":"x","tokenType":"Reasoning"}])";
     m_db->setData("mindmeter.sessions.2026-05-30", corrupt);
     m_db->setInteger("mindmeter.recovery.2026-05-30", 7);
+    QSignalSpy writes(m_db.get(), &Defaults::valueChanged);
     DayStore store(*m_db, clock);
     QVERIFY(store.sessions().isEmpty());
     QCOMPARE(store.recoveredTokens(), qint64(0));
-    QCOMPARE(m_db->data("mindmeter.quarantine.sessions.2026-05-30"), corrupt);
+    QCOMPARE(store.storedDay(), DayStore::StoredDay::Undecodable);
+    QCOMPARE(writes.count(), 0); // reading never writes
 
+    // The first write keeps the bytes aside, then replaces them.
     store.addSession(makeSession(TokenType::input, 3, clock.now()));
     settle();
+    QCOMPARE(m_db->data("mindmeter.quarantine.sessions.2026-05-30"), corrupt);
     const auto stored = SessionCodec::decodeDay(*m_db->data("mindmeter.sessions.2026-05-30"));
     QVERIFY(stored);
     QCOMPARE(stored->size(), 1);
+    QCOMPARE(store.storedDay(), DayStore::StoredDay::Readable);
 }
 
 void DayStoreTest::unreadableDayIsMergedNotOverwritten() {
@@ -182,6 +180,7 @@ void DayStoreTest::unreadableDayIsMergedNotOverwritten() {
     flaky.failReads = true;
     DayStore store(flaky, clock);
     QVERIFY(store.sessions().isEmpty());
+    QCOMPARE(store.storedDay(), DayStore::StoredDay::Unreadable);
 
     // Still unreadable: the new session stays in memory and the stored day is untouched.
     store.addSession(makeSession(TokenType::input, 1, clock.now()));
@@ -198,55 +197,19 @@ void DayStoreTest::unreadableDayIsMergedNotOverwritten() {
     QCOMPARE(*stored, store.sessions());
 }
 
-void DayStoreTest::midnightAcrossDaylightSaving_data() {
-    QTest::addColumn<QByteArray>("zone");
-    QTest::addColumn<QDateTime>("start");
-    QTest::addColumn<int>("hoursToMidnight");
-    QTest::newRow("New York, spring forward")
-        << QByteArray("America/New_York") << local(2026, 3, 8, 0, 0) << 23;
-    QTest::newRow("New York, fall back")
-        << QByteArray("America/New_York") << local(2026, 11, 1, 0, 0) << 25;
-    QTest::newRow("Berlin, spring forward")
-        << QByteArray("Europe/Berlin") << local(2026, 3, 29, 0, 0) << 23;
-    QTest::newRow("UTC, plain day") << QByteArray("UTC") << local(2026, 3, 8, 0, 0) << 24;
-}
-
-void DayStoreTest::midnightAcrossDaylightSaving() {
-    QFETCH(QByteArray, zone);
-    QFETCH(QDateTime, start);
-    QFETCH(int, hoursToMidnight);
-    TimeZoneScope tz(zone.constData());
-    // Dates are built after the zone is set, so local midnight means that zone's midnight.
-    const QDateTime dayStart(start.date(), QTime(0, 0));
-    FakeClock clock(dayStart);
+void DayStoreTest::dayWrittenFromOutsideIsTakenIn() {
+    // `defaults write` of today from another process (the real tracker: tst_storefaults).
+    FakeClock clock(local(2026, 5, 30, 10));
     DayStore store(*m_db, clock);
-    const int remaining = store.midnightTimerRemaining();
-    QVERIFY(qAbs(remaining - hoursToMidnight * 3600 * 1000) < 2000);
-
-    store.addSession(makeSession(TokenType::reasoning, 10, dayStart.addSecs(3600 * 5)));
+    store.addSession(makeSession(TokenType::reasoning, 10, clock.now()));
     settle();
-    clock.set(QDateTime(dayStart.date().addDays(1), QTime(0, 0, 1)));
-    QVERIFY(QMetaObject::invokeMethod(&store, "midnightTick"));
-    QVERIFY(store.sessions().isEmpty());
-    QCOMPARE(store.totalWeighted(), qint64(0));
-    QCOMPARE(store.lastResetDate(), QDateTime(dayStart.date().addDays(1), QTime(0, 0)));
-    // Re-armed for the following midnight, about a day away.
-    QVERIFY(store.midnightTimerRemaining() > 22 * 3600 * 1000);
-    // The finished day stays stored under its own key.
-    QCOMPARE(SessionCodec::decodeDay(
-                 *m_db->data(DayKeys::sessions(dayStart.date().toString(Qt::ISODate))))
-                 ->size(),
-             1);
-}
-
-void DayStoreTest::earlyTimerOnlyRearms() {
-    FakeClock clock(local(2026, 5, 30, 23, 59));
-    DayStore store(*m_db, clock);
-    store.addSession(makeSession(TokenType::output, 1, clock.now()));
-    settle();
-    QVERIFY(QMetaObject::invokeMethod(&store, "midnightTick"));
-    QCOMPARE(store.sessions().size(), 1);
-    QVERIFY(qAbs(store.midnightTimerRemaining() - 60 * 1000) < 2000);
+    m_db->watchForExternalChanges();
+    std::unique_ptr<SqliteDefaults> other = SqliteDefaults::open(m_db->path());
+    QVERIFY(other);
+    const QList<ActivitySession> written = {makeSession(TokenType::ai, 4, local(2026, 5, 30, 8))};
+    other->setData("mindmeter.sessions.2026-05-30", SessionCodec::encodeDay(written));
+    QTRY_COMPARE(store.sessions(), written); // shown at once, without a write
+    QCOMPARE(store.totalWeighted(), qint64(10));
 }
 
 void DayStoreTest::recordAfterMidnightStartsTheNewDay() {
@@ -271,26 +234,38 @@ void DayStoreTest::recordAfterMidnightStartsTheNewDay() {
     QCOMPARE(reloaded.sessions(), QList<ActivitySession>{late});
 }
 
-void DayStoreTest::outsideRecoveryIsBroughtIntoRange() {
-    // `defaults write` can store any integer as a day's recovery. Loaded, it is held between
-    // a negative bound and the day's gross, so the total stays in range and later recovery
-    // cannot overflow.
+void DayStoreTest::recoveryIsLoadedAsStored() {
+    // A stored recovery above the day's gross is loaded as it is: later work is taken off
+    // by what remains of it. Values no day can reach (`defaults write` takes any integer)
+    // are held at a bound, so the total and later recovery cannot overflow.
     FakeClock clock(local(2026, 5, 30, 10));
+    m_db->setInteger("mindmeter.recovery.2026-05-30", 50);
+    QCOMPARE(DayStore(*m_db, clock).recoveredTokens(), qint64(0)); // no day: no recovery
     m_db->setData("mindmeter.sessions.2026-05-30",
                   SessionCodec::encodeDay({makeSession(TokenType::reasoning, 10, clock.now())}));
+    {
+        DayStore store(*m_db, clock);
+        QCOMPARE(store.recoveredTokens(), qint64(50));
+        QCOMPARE(store.totalWeighted(), qint64(0));
+        store.addSession(makeSession(TokenType::input, 15, clock.now()));
+        settle();
+        QCOMPARE(store.totalWeighted(), qint64(0));
+        store.addSession(makeSession(TokenType::input, 15, clock.now()));
+        settle();
+        QCOMPARE(store.totalWeighted(), qint64(10));
+    }
     m_db->setInteger("mindmeter.recovery.2026-05-30", std::numeric_limits<qint64>::max());
     {
         DayStore store(*m_db, clock);
-        QCOMPARE(store.recoveredTokens(), qint64(30));
-        QCOMPARE(store.totalWeighted(), qint64(0));
+        QCOMPARE(store.recoveredTokens(), SessionCodec::maxDayTokens);
         store.recoverTokens(1800);
         settle();
-        QCOMPARE(store.recoveredTokens(), qint64(30));
+        QCOMPARE(store.recoveredTokens(), qint64(60)); // capped by the gross
     }
     m_db->setInteger("mindmeter.recovery.2026-05-30", std::numeric_limits<qint64>::min());
     DayStore store(*m_db, clock);
     QCOMPARE(store.recoveredTokens(), -SessionCodec::maxDayTokens);
-    QCOMPARE(store.totalWeighted(), 30 + SessionCodec::maxDayTokens);
+    QCOMPARE(store.totalWeighted(), 60 + SessionCodec::maxDayTokens);
 }
 
 void DayStoreTest::wake() {

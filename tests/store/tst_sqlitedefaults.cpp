@@ -1,3 +1,5 @@
+#include "SqliteIntegrity.h"
+
 #include "store/SqliteDefaults.h"
 
 #include <QCoreApplication>
@@ -52,20 +54,6 @@ QProcess* startWriter(const QString& path, int writer, int rounds, int blobSize,
 }
 
 // Whole-file check through SQLite itself.
-QString integrity(const QString& path) {
-    sqlite3* db = nullptr;
-    sqlite3_open_v2(QFile::encodeName(path).constData(), &db, SQLITE_OPEN_READONLY, nullptr);
-    sqlite3_stmt* s = nullptr;
-    sqlite3_prepare_v2(db, "PRAGMA integrity_check", -1, &s, nullptr);
-    QString result =
-        sqlite3_step(s) == SQLITE_ROW
-            ? QString::fromUtf8(reinterpret_cast<const char*>(sqlite3_column_text(s, 0)))
-            : QStringLiteral("no answer");
-    sqlite3_finalize(s);
-    sqlite3_close(db);
-    return result;
-}
-
 } // namespace
 
 class SqliteDefaultsTest : public QObject {

@@ -16,20 +16,24 @@ namespace {
 
 const QString sessionFilePath = QStringLiteral("sessionstore-backups/recovery.jsonlz4");
 
-// Profile folders named by a profiles.ini: [Profile*] sections' Path (relative to the
-// root when IsRelative=1) and the [Install*] sections' Default.
+// Profile folders named by a profiles.ini: the [Install*] sections' Default (the path of
+// the profile that installation starts with), then the [Profile*] sections' Path (relative
+// to the root when IsRelative=1). In a [Profile*] section Default=1 is only a flag.
 QStringList profilesIn(const QString& root) {
     QFile ini(root + QStringLiteral("/profiles.ini"));
     if (!ini.open(QIODevice::ReadOnly) || ini.size() > 1024 * 1024)
         return {};
+    QStringList installs;
     QStringList profiles;
+    QByteArray section;
     QString path;
     bool relative = true;
     auto flush = [&] {
         if (!path.isEmpty()) {
             const QString full = relative && QDir::isRelativePath(path) ? root + u'/' + path : path;
-            if (!profiles.contains(full))
-                profiles.append(full);
+            QStringList& list = section.startsWith("Install") ? installs : profiles;
+            if (!list.contains(full))
+                list.append(full);
         }
         path.clear();
         relative = true;
@@ -39,15 +43,20 @@ QStringList profilesIn(const QString& root) {
         line = line.trimmed();
         if (line.startsWith('[')) {
             flush();
-        } else if (line.startsWith("Path=") || line.startsWith("Default=")) {
+            section = line.mid(1, line.indexOf(']') - 1);
+        } else if (section.startsWith("Install") ? line.startsWith("Default=")
+                                                 : line.startsWith("Path=")) {
             path = QString::fromUtf8(line.mid(line.indexOf('=') + 1));
-            relative = !QDir::isAbsolutePath(path);
+            relative = section.startsWith("Install") || !QDir::isAbsolutePath(path);
         } else if (line.startsWith("IsRelative=")) {
             relative = line.mid(11) == "1";
         }
     }
     flush();
-    return profiles;
+    for (const QString& p : std::as_const(profiles))
+        if (!installs.contains(p))
+            installs.append(p);
+    return installs;
 }
 
 // The process holding a profile: Firefox keeps a symbolic link "lock" in the profile whose

@@ -1,5 +1,6 @@
 #include "InotifyFileChangeIndex.h"
 
+#include <QDeadlineTimer>
 #include <QFile>
 #include <QMutexLocker>
 #include <QSocketNotifier>
@@ -58,18 +59,31 @@ bool InotifyFileChangeIndex::start() {
     if (m_fd >= 0)
         return true;
     struct stat st {};
-    if (::stat(m_root.constData(), &st) != 0 || !S_ISDIR(st.st_mode))
+    auto walked = [this](QList<Change> folders) {
+        std::sort(folders.begin(), folders.end(),
+                  [](const Change& a, const Change& b) { return a.ms > b.ms; });
+        QMutexLocker lock(&m_mutex);
+        m_changedFolders = std::move(folders);
+        m_walked = true;
+        m_walkDone.wakeAll();
+    };
+    if (::stat(m_root.constData(), &st) != 0 || !S_ISDIR(st.st_mode)) {
+        walked({});
         return false;
+    }
     m_rootDevice = quint64(st.st_dev);
     m_fd = ::inotify_init1(IN_NONBLOCK | IN_CLOEXEC);
     if (m_fd < 0) {
         qWarning("File changes are not followed: inotify is unavailable (%s)",
                  std::strerror(errno));
+        walked({});
         return false;
     }
     m_notifier = new QSocketNotifier(m_fd, QSocketNotifier::Read, this);
     connect(m_notifier, &QSocketNotifier::activated, this, &InotifyFileChangeIndex::readEvents);
-    addTree(m_root, false);
+    QList<Change> changedFolders;
+    addTree(m_root, false, &changedFolders);
+    walked(std::move(changedFolders));
     return true;
 }
 
@@ -111,7 +125,8 @@ bool InotifyFileChangeIndex::addWatch(const QByteArray& path) {
     return true;
 }
 
-void InotifyFileChangeIndex::addTree(const QByteArray& top, bool recordRecentFiles) {
+void InotifyFileChangeIndex::addTree(const QByteArray& top, bool recordRecentFiles,
+                                     QList<Change>* changedFolders) {
     const qint64 now = m_clock.now().toMSecsSinceEpoch();
     const qint64 oldest = now - qint64(m_options.retentionSeconds) * 1000;
     // Depth first with an explicit stack: home folders can be deeper than a call stack.
@@ -126,6 +141,9 @@ void InotifyFileChangeIndex::addTree(const QByteArray& top, bool recordRecentFil
             ::close(fd);
             continue;
         }
+        // Before the index started only the folders' times tell what changed recently.
+        if (changedFolders && mtimeMs(st) >= oldest && changedFolders->size() < 4096)
+            changedFolders->append({dir, std::min(mtimeMs(st), now)});
         // Watch before listing, so nothing written in between is missed.
         if (!addWatch(dir)) {
             ::close(fd);
@@ -262,6 +280,18 @@ QStringList InotifyFileChangeIndex::modifiedWithin(int seconds) const {
         if (c.ms >= since)
             paths.append(QFile::decodeName(c.path));
     return paths;
+}
+
+QStringList InotifyFileChangeIndex::foldersChangedWithin(int seconds) const {
+    const qint64 since = m_clock.now().toMSecsSinceEpoch() - qint64(std::max(seconds, 0)) * 1000;
+    QMutexLocker lock(&m_mutex);
+    if (!m_walked)
+        m_walkDone.wait(&m_mutex, QDeadlineTimer(m_options.walkWaitMs));
+    QStringList folders;
+    for (const Change& c : m_changedFolders)
+        if (c.ms >= since)
+            folders.append(QFile::decodeName(c.path));
+    return folders;
 }
 
 int InotifyFileChangeIndex::entryCount() const {

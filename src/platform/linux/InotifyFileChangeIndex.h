@@ -9,6 +9,7 @@
 #include <QObject>
 #include <QSet>
 #include <QString>
+#include <QWaitCondition>
 
 #include <atomic>
 #include <list>
@@ -39,6 +40,8 @@ public:
         // Watches taken at most. 0: half the kernel's per-user limit, which leaves the rest
         // to editors and build tools that also watch files.
         int maxWatches = 0;
+        // How long foldersChangedWithin() waits for the first walk of the tree to end.
+        int walkWaitMs = 20000;
     };
 
     InotifyFileChangeIndex(const QString& root, const QSet<QString>& prunedFolderNames,
@@ -54,6 +57,9 @@ public:
     bool start();
 
     QStringList modifiedWithin(int seconds) const override;
+    // From the modification times of the folders the first walk reached (not hidden or
+    // pruned ones); waits for that walk to end, so ask from a worker thread.
+    QStringList foldersChangedWithin(int seconds) const override;
 
     int watchCount() const { return m_watchCount.load(); }
     int entryCount() const;
@@ -68,7 +74,8 @@ private:
         qint64 ms;
     };
 
-    void addTree(const QByteArray& top, bool recordRecentFiles);
+    void addTree(const QByteArray& top, bool recordRecentFiles,
+                 QList<Change>* changedFolders = nullptr);
     bool addWatch(const QByteArray& path);
     void forgetWatch(int wd);
     void forgetTree(const QByteArray& top);
@@ -98,4 +105,8 @@ private:
     mutable QMutex m_mutex;
     std::list<Change> m_changes;
     QHash<QByteArray, std::list<Change>::iterator> m_changeByPath;
+    // Folders changed recently as the first walk found them, newest first.
+    QList<Change> m_changedFolders;
+    bool m_walked = false;
+    mutable QWaitCondition m_walkDone;
 };

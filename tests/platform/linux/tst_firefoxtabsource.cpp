@@ -280,6 +280,30 @@ void FirefoxTabSourceTest::packagingsAndBrowsers() {
     QVERIFY(roots.contains(home + "/.var/app/org.mozilla.firefox/.mozilla/firefox"));
     QVERIFY(roots.contains(home + "/snap/firefox/common/.mozilla/firefox"));
 
+    // The layout newer releases write under ~/.config: an [Install*] section names its
+    // profile's path in Default=, while Default=1 in a [Profile*] section is only a flag.
+    {
+        const QString config = home + "/.config/mozilla/firefox";
+        for (const char* name : {"flagged.default", "installed.default-release"})
+            QDir().mkpath(config + "/" + name + "/sessionstore-backups");
+        QFile ini(config + "/profiles.ini");
+        QVERIFY(ini.open(QIODevice::WriteOnly));
+        ini.write("[Install4F96D1932A9F858E]\nDefault=installed.default-release\nLocked=1\n\n"
+                  "[Profile0]\nName=default\nIsRelative=1\nPath=flagged.default\nDefault=1\n\n"
+                  "[General]\nStartWithLastProfile=1\nVersion=2\n");
+        ini.close();
+        FirefoxTabSource configSource({config});
+        writeSession(config + "/flagged.default",
+                     mozLz4(session({window({tab({"https://poe.com/"})}, 1)}, 1)));
+        QCOMPARE(configSource.activeTabURL(firefox), "https://poe.com/");
+        writeSession(config + "/installed.default-release",
+                     mozLz4(session({window({tab({"https://grok.com/"})}, 1)}, 1)));
+        setModified(config + "/installed.default-release/sessionstore-backups/recovery.jsonlz4",
+                    QDateTime::currentDateTime().addSecs(60));
+        QCOMPARE(configSource.activeTabURL(firefox), "https://grok.com/");
+        QVERIFY(QDir(config).removeRecursively());
+    }
+
     // Only the Snap profile has a session: found among all the places.
     const QString snap = addProfile(home + "/snap/firefox/common/.mozilla/firefox", "snapprof");
     writeSession(snap, mozLz4(session({window({tab({"https://bolt.new/"})}, 1)}, 1)));

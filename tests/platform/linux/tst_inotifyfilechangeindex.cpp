@@ -33,6 +33,13 @@ bool setModified(const QString& path, const QDateTime& time) {
     return f.open(QIODevice::ReadWrite) && f.setFileTime(time, QFileDevice::FileModificationTime);
 }
 
+// Sets a folder's modification time.
+bool setFolderModified(const QString& path, const QDateTime& time) {
+    const qint64 ms = time.toMSecsSinceEpoch();
+    const timespec times[2] = {{0, UTIME_OMIT}, {time_t(ms / 1000), long(ms % 1000) * 1000000}};
+    return ::utimensat(AT_FDCWD, QFile::encodeName(path).constData(), times, 0) == 0;
+}
+
 } // namespace
 
 class InotifyFileChangeIndexTest : public QObject {
@@ -79,10 +86,21 @@ void InotifyFileChangeIndexTest::recordsWritesAndMovesInOnly() {
     QTemporaryDir outside;
     QVERIFY(writeFile(QFile::encodeName(outside.filePath("moved.md"))));
 
+    // Before the start only folder times tell: src changed 1 min ago, app 2, the rest long ago.
+    const QDateTime now = m_clock->now();
+    for (const QString& folder : {QString(), QStringLiteral("app"), QStringLiteral("src"),
+                                  QStringLiteral(".config/editor"), QStringLiteral("build/out")})
+        QVERIFY(setFolderModified(path(folder), now.addSecs(-7200)));
+    QVERIFY(setFolderModified(path("app"), now.addSecs(-120)));
+    QVERIFY(setFolderModified(path("src"), now.addSecs(-60)));
+    QVERIFY(setFolderModified(path(".config/editor"), now.addSecs(-60))); // hidden: not walked
+
     auto index = makeIndex();
     QVERIFY(index->start());
     QCOMPARE(index->watchCount(), 3);             // the root, src and app
     QVERIFY(index->modifiedWithin(45).isEmpty()); // files present at start are not changes
+    QCOMPARE(index->foldersChangedWithin(600), (QStringList{path("src"), path("app")}));
+    QCOMPARE(index->foldersChangedWithin(90), QStringList{path("src")});
 
     // Not changes: reading a file, and anything under pruned or hidden folders.
     QFile read(path("src/existing.py"));
