@@ -80,8 +80,7 @@ bool AppDelegate::applicationDidFinishLaunching(std::unique_ptr<StatusItem> stat
                                                                QStringLiteral("GNOME")));
         };
         tell(gnome->extensionAnswers());
-        connect(gnome, &GnomeShellWorkspace::extensionAnswersChanged, m_onboardingNote.get(),
-                tell);
+        connect(gnome, &GnomeShellWorkspace::extensionAnswersChanged, m_onboardingNote.get(), tell);
         announceMissingGnomeShellExtension(*gnome, m_alerts->sink());
     }
     m_loginItem = std::make_unique<XdgAutostartLoginItem>(QCoreApplication::applicationFilePath());

@@ -81,9 +81,9 @@ std::unique_ptr<DesktopBackend> gnomeShell(Session& s, QString* why) {
         *why = QStringLiteral("not a GNOME Shell session on Wayland");
         return nullptr;
     }
-    backend->description = QStringLiteral(
-        "GNOME Shell on Wayland (Mindmeter's shell extension for windows, "
-        "org.gnome.Mutter.IdleMonitor for idle time)");
+    backend->description =
+        QStringLiteral("GNOME Shell on Wayland (Mindmeter's shell extension for windows, "
+                       "org.gnome.Mutter.IdleMonitor for idle time)");
     return backend;
 }
 

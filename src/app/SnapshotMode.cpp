@@ -4,8 +4,8 @@
 #include "demo/DemoWorkspace.h"
 
 #include "model/AppEvents.h"
-#include "model/OnboardingNote.h"
 #include "model/CategoryRules.h"
+#include "model/OnboardingNote.h"
 #include "model/PreferencesModel.h"
 #include "sensing/ActivityMonitor.h"
 #include "sensing/SessionContextEngine.h"

@@ -173,21 +173,11 @@ std::optional<QString> ChromiumTabSource::activeTabURL(const RunningApp& front) 
     const QString path = sessionFileFor(front);
     if (path.isEmpty())
         return std::nullopt;
-    struct stat st {};
-    if (::stat(QFile::encodeName(path).constData(), &st) != 0)
-        return std::nullopt;
-    const QDateTime modified = QDateTime::fromMSecsSinceEpoch(
-        qint64(st.st_mtim.tv_sec) * 1000 + st.st_mtim.tv_nsec / 1000000, Qt::UTC);
-    // The log only grows while the browser runs; a new log is a new file.
-    if (path == m_cached.path && qint64(st.st_size) == m_cached.size &&
-        modified == m_cached.modified && quint64(st.st_ino) == m_cached.inode)
-        return m_cached.url;
-    std::optional<QString> url;
-    QFile file(path);
-    if (file.open(QIODevice::ReadOnly) && file.size() <= m_limits.maxFileSize) {
+    return m_cache.answer(path, [this](const QString& file) -> std::optional<QString> {
+        QFile log(file);
+        if (!log.open(QIODevice::ReadOnly) || log.size() > m_limits.maxFileSize)
+            return std::nullopt;
         // Read at most the limit: the log may grow while it is read.
-        url = SnssSession::selectedTabURL(file.read(m_limits.maxFileSize));
-    }
-    m_cached = {path, qint64(st.st_size), modified, quint64(st.st_ino), url};
-    return url;
+        return SnssSession::selectedTabURL(log.read(m_limits.maxFileSize));
+    });
 }

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "FileAnswerCache.h"
 #include "platform/BrowserTabSource.h"
 
 #include <QDateTime>
@@ -44,18 +45,10 @@ public:
     QString sessionFileFor(const RunningApp& front) const;
 
 private:
-    struct Cached {
-        QString path;
-        qint64 size = -1;
-        QDateTime modified;
-        quint64 inode = 0;
-        std::optional<QString> url;
-    };
-
     const Browser* browserFor(const QString& bundleID) const;
     QStringList profilesIn(const QString& userDataDir) const;
 
     QList<Browser> m_browsers;
     Limits m_limits;
-    Cached m_cached;
+    FileAnswerCache m_cache;
 };

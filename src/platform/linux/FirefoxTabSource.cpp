@@ -137,17 +137,8 @@ std::optional<QString> FirefoxTabSource::activeTabURL(const RunningApp& front) {
     const QString path = sessionFileFor(front);
     if (path.isEmpty())
         return std::nullopt;
-    struct stat st {};
-    if (::stat(QFile::encodeName(path).constData(), &st) != 0)
-        return std::nullopt;
-    const QDateTime modified = QDateTime::fromMSecsSinceEpoch(
-        qint64(st.st_mtim.tv_sec) * 1000 + st.st_mtim.tv_nsec / 1000000, Qt::UTC);
     // Firefox replaces the file whole (a new inode) every time it writes it.
-    if (path == m_cached.path && qint64(st.st_size) == m_cached.size &&
-        modified == m_cached.modified && quint64(st.st_ino) == m_cached.inode)
-        return m_cached.url;
-    m_cached = {path, qint64(st.st_size), modified, quint64(st.st_ino), readSessionFile(path)};
-    return m_cached.url;
+    return m_cache.answer(path, [this](const QString& file) { return readSessionFile(file); });
 }
 
 std::optional<QString> FirefoxTabSource::readSessionFile(const QString& path) const {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "FileAnswerCache.h"
 #include "platform/BrowserTabSource.h"
 
 #include <QDateTime>
@@ -9,10 +10,7 @@
 // from the session store Firefox keeps up to date while it runs:
 // <profile>/sessionstore-backups/recovery.jsonlz4. Firefox rewrites it at most every 15
 // seconds when something changed, so the address can trail the screen by that much.
-//
-// Other browsers give no honest local answer and are never asked (see
-// docs/architecture.md). No consent is needed to read one's own files, so the
-// permission probe does nothing.
+// No consent is needed to read one's own files, so the permission probe does nothing.
 class FirefoxTabSource final : public BrowserTabSource {
 public:
     struct Limits {
@@ -41,18 +39,9 @@ public:
     QString sessionFileFor(const RunningApp& front) const;
 
 private:
-    // The last file read and its answer, so an unchanged file is not read again.
-    struct Cached {
-        QString path;
-        qint64 size = -1;
-        QDateTime modified;
-        quint64 inode = 0;
-        std::optional<QString> url;
-    };
-
     std::optional<QString> readSessionFile(const QString& path) const;
 
     QStringList m_roots;
     Limits m_limits;
-    Cached m_cached;
+    FileAnswerCache m_cache;
 };
