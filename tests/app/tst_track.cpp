@@ -247,7 +247,8 @@ void TrackTest::refusesWithoutADisplay_data() {
     QTest::addColumn<QStringList>("set");
     QTest::addColumn<QString>("message");
     QTest::newRow("no display") << QStringList{"DISPLAY", "WAYLAND_DISPLAY"} << QStringList{}
-                                << "cannot track: no way to follow this desktop (wlroots: no "
+                                << "cannot track: no way to follow this desktop (GNOME Shell: "
+                                   "not a GNOME Shell session on Wayland; wlroots: no "
                                    "Wayland display: WAYLAND_DISPLAY is not set; KWin: no "
                                    "Wayland display: WAYLAND_DISPLAY is not set; X11: no X11 "
                                    "display: DISPLAY is not set)";

@@ -330,15 +330,18 @@ void BrowserAITrackerTest::answersComeLater() {
     QCOMPARE(m_tabs->asked.size(), 1);
     QCOMPARE(m_store->sessions().size(), 0);
     m_tabs->held.takeFirst()();
+    settle();
     QCOMPARE(m_store->sessions().size(), 1);
 
     // An answer for a run that has been stopped records nothing.
     poll(QStringLiteral("https://poe.com/"));
     m_tracker->stop();
     m_tabs->held.takeFirst()();
+    settle();
     QCOMPARE(m_store->sessions().size(), 1);
     poll(QStringLiteral("https://poe.com/"));
     m_tabs->held.takeFirst()();
+    settle();
     QCOMPARE(m_store->sessions().last().appBundleID, "browser.ai.poe.com");
 }
 
