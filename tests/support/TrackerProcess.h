@@ -44,25 +44,21 @@ public:
         QDir().mkpath(m_root + QStringLiteral("/home"));
         m_process = std::make_unique<QProcess>();
         QProcessEnvironment env = m_env.isEmpty() ? environment() : m_env;
-        QStringList arguments = {QStringLiteral("track"), QStringLiteral("--tick-ms"),
-                                 QString::number(tickMs)};
         if (program == Program::tray) {
-            arguments.clear();
-            const QString run = m_root + QStringLiteral("/run");
-            QDir().mkpath(run);
-            QFile::setPermissions(run, QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
-            env.insert(QStringLiteral("XDG_RUNTIME_DIR"), run);
-            env.insert(QStringLiteral("MINDMETER_TICK_MS"), QString::number(tickMs));
-            env.insert(QStringLiteral("DBUS_SESSION_BUS_ADDRESS"),
-                       QStringLiteral("unix:path=") + m_root + QStringLiteral("/no-bus"));
-            env.insert(QStringLiteral("MINDMETER_VENDOR_URL"),
-                       QStringLiteral("http://127.0.0.1:1"));
+            QDir(m_root).mkdir("run", QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
+            env.insert("XDG_RUNTIME_DIR", m_root + "/run");
+            env.insert("MINDMETER_TICK_MS", QString::number(tickMs));
+            env.insert("DBUS_SESSION_BUS_ADDRESS", "unix:path=" + m_root + "/run/no-bus");
+            env.insert("MINDMETER_VENDOR_URL", "http://127.0.0.1:1");
         }
         m_process->setProcessEnvironment(env);
         if (m_setup)
             m_process->setChildProcessModifier(m_setup);
         m_said.clear();
-        m_process->start(m_executable, arguments);
+        m_process->start(m_executable,
+                         program == Program::tray
+                             ? QStringList()
+                             : QStringList{"track", "--tick-ms", QString::number(tickMs)});
     }
 
     // Waits until the tracker says it is tracking; false if it ends or takes over 30 s.
