@@ -60,6 +60,8 @@ bool AppDelegate::applicationDidFinishLaunching(std::unique_ptr<StatusItem> stat
 
     // Services.
     m_alerts = std::make_unique<Alerts>(*m_store, m_sensors->context(), m_defaults, m_clock);
+    if (m_options.startUpNotice)
+        m_alerts->sink().add(*m_options.startUpNotice);
     m_fileChooser = std::make_unique<DialogFileChooser>();
     m_pasteboard = std::make_unique<ClipboardPasteboard>();
     m_opener = std::make_unique<DesktopOpener>();

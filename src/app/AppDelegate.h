@@ -1,5 +1,6 @@
 #pragma once
 
+#include "platform/NotificationSink.h"
 #include "platform/StatusItem.h"
 
 #include <QObject>
@@ -38,6 +39,9 @@ public:
         int tickIntervalMs = 10000;
         int firstLaunchDelayMs = 500;
         double updateIntervalHours = 1.0;
+        // Shown once as a desktop notification when started (a damaged data file set
+        // aside, say).
+        std::optional<NotificationRequest> startUpNotice;
     };
 
     AppDelegate(SqliteDefaults& defaults, const Clock& clock, Options options,

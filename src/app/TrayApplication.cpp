@@ -18,6 +18,52 @@
 #include <cstdio>
 #include <malloc.h>
 
+namespace {
+
+// Opens the store at path. A file SQLite finds damaged (cut short, say) is moved aside,
+// bytes untouched, and a new store is made in its place, so the day is counted and stored
+// rather than lost; *keptAs then names where the old file is. That happens only while this
+// process holds the tracking lock (taken here, *locked set), so no other tracker has the
+// old file open; *error then says what was wrong with it. Null, with the reason in *error,
+// when no store can be had.
+std::unique_ptr<SqliteDefaults> openSettingDamageAside(const QString& path, TrackingLock& lock,
+                                                       bool* locked, QString* keptAs,
+                                                       QString* error) {
+    bool damaged = false;
+    std::unique_ptr<SqliteDefaults> store = SqliteDefaults::open(path, error, &damaged);
+    if (store || !damaged)
+        return store;
+    const QString fault = *error;
+    QString why;
+    if (!lock.tryLock(&why)) {
+        *error = fault + QStringLiteral("; ") + why;
+        return nullptr;
+    }
+    *locked = true;
+    *keptAs = SqliteDefaults::setAside(path, Clock::system().now(), &why);
+    if (keptAs->isEmpty()) {
+        *error = fault + QStringLiteral("; ") + why;
+        return nullptr;
+    }
+    store = SqliteDefaults::open(path, error);
+    if (store)
+        *error = fault;
+    return store;
+}
+
+NotificationRequest setAsideNotice(const QString& keptAs) {
+    NotificationRequest notice;
+    notice.identifier = QStringLiteral("mindmeter.damagedStore");
+    notice.title = QStringLiteral("Mindmeter started a new data file");
+    notice.body = QStringLiteral("The data file was damaged. It is kept unchanged as %1, with "
+                                 "your settings and earlier days; today is counted in a new one.")
+                      .arg(keptAs);
+    notice.sound = false;
+    return notice;
+}
+
+} // namespace
+
 int TrayApplication::run(int argc, char* argv[]) {
     // Without a display Qt would abort inside QApplication; say what is missing instead.
     if (!qEnvironmentVariableIsSet("DISPLAY") && !qEnvironmentVariableIsSet("WAYLAND_DISPLAY") &&
@@ -60,8 +106,12 @@ int TrayApplication::run(int argc, char* argv[]) {
                              "symbols will not show\n");
 
     QString error;
+    const QString path = SqliteDefaults::defaultPath();
+    TrackingLock lock(QFileInfo(path).absolutePath());
+    bool locked = false;
+    QString keptAs;
     std::unique_ptr<SqliteDefaults> defaults =
-        SqliteDefaults::open(SqliteDefaults::defaultPath(), &error);
+        openSettingDamageAside(path, lock, &locked, &keptAs, &error);
     if (!defaults) {
         std::fprintf(stderr, "mindmeter: %s\n", qPrintable(error));
         return 1;
@@ -69,10 +119,17 @@ int TrayApplication::run(int argc, char* argv[]) {
     defaults->setBusyWaitLimit(SqliteDefaults::interactiveBusyWaitMs);
     Defaults::setStandard(defaults.get());
 
-    TrackingLock lock(QFileInfo(defaults->path()).absolutePath());
-    if (!lock.tryLock(&error)) {
+    if (!locked && !lock.tryLock(&error)) {
         std::fprintf(stderr, "mindmeter: %s\n", qPrintable(error));
         return 1;
+    }
+    AppDelegate::Options options;
+    if (!keptAs.isEmpty()) {
+        std::fprintf(stderr,
+                     "mindmeter: %s; it is kept unchanged as %s, and today is counted in a new "
+                     "data file in its place\n",
+                     qPrintable(error), qPrintable(keptAs));
+        options.startUpNotice = setAsideNotice(keptAs);
     }
 
     QString why;
@@ -82,7 +139,6 @@ int TrayApplication::run(int argc, char* argv[]) {
         std::fprintf(stderr, "mindmeter: %s; the dashboard opens as a window instead\n",
                      qPrintable(why));
 
-    AppDelegate::Options options;
     if (const int tick = qEnvironmentVariableIntValue("MINDMETER_TICK_MS"); tick >= 10)
         options.tickIntervalMs = tick; // for tests: each tick still counts ten seconds
     AppDelegate delegate(*defaults, Clock::system(), options);

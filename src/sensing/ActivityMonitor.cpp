@@ -52,6 +52,8 @@ void ActivityMonitor::start() {
     emit isTrackingChanged();
     connect(&m_workspace, &Workspace::applicationActivated, this, &ActivityMonitor::appActivated,
             Qt::UniqueConnection);
+    connect(&m_workspace, &Workspace::nothingInFront, this, &ActivityMonitor::nothingInFront,
+            Qt::UniqueConnection);
     m_tickTimer.start();
     if (const std::optional<RunningApp> front = m_workspace.frontmostApplication())
         beginSession(front);
@@ -63,6 +65,7 @@ void ActivityMonitor::stop() {
     m_tickTimer.stop();
     disconnect(&m_workspace, &Workspace::applicationActivated, this,
                &ActivityMonitor::appActivated);
+    disconnect(&m_workspace, &Workspace::nothingInFront, this, &ActivityMonitor::nothingInFront);
     flushAccumulated();
     m_accumulatedSecs = 0;
 }
@@ -120,6 +123,17 @@ void ActivityMonitor::appActivated(const RunningApp& app) {
     beginSession(app);
 }
 
+void ActivityMonitor::nothingInFront() {
+    if (!m_frontApp && !m_currentCategory)
+        return;
+    flushAccumulated();
+    m_accumulatedSecs = 0;
+    m_frontApp.reset();
+    m_currentCategory.reset();
+    m_sessionStart = m_clock.now();
+    publish(QStringLiteral("\u2014"), TokenType::input, 0);
+}
+
 void ActivityMonitor::beginSession(const std::optional<RunningApp>& app) {
     m_frontApp = app;
     m_sessionStart = m_clock.now();
@@ -160,8 +174,10 @@ void ActivityMonitor::publishCategory(const AppCategory& category) {
     if (name.isEmpty())
         name = m_frontApp && !m_frontApp->bundleID.isEmpty() ? m_frontApp->bundleID
                                                              : QStringLiteral("Unknown");
-    const TokenType type = category.tokenType;
-    const qint64 rate = category.tokensPerMinute;
+    publish(name, category.tokenType, category.tokensPerMinute);
+}
+
+void ActivityMonitor::publish(const QString& name, TokenType type, qint64 rate) {
     QMetaObject::invokeMethod(
         this,
         [this, name, type, rate] {

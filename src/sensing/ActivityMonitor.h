@@ -75,6 +75,9 @@ signals:
 private slots:
     void tick();
     void appActivated(const RunningApp& app);
+    // The desktop has no application in front: the stay ends as a switch would end it, and
+    // nothing is counted until an application comes forward.
+    void nothingInFront();
 
 private:
     void beginSession(const std::optional<RunningApp>& app);
@@ -85,6 +88,7 @@ private:
     // After the user's rules changed: the stay goes on under the category they now give.
     void followRuleChange();
     void publishCategory(const AppCategory& category);
+    void publish(const QString& name, TokenType type, qint64 rate);
 
     DayStore& m_store;
     Workspace& m_workspace;

@@ -9,6 +9,7 @@
 #include <sqlite3.h>
 
 #include <cerrno>
+#include <cstdio>
 #include <cstring>
 
 #include <fcntl.h>
@@ -93,8 +94,10 @@ bool ensurePrivateFile(const QString& path, QString* error) {
     return true;
 }
 
-// Opens and sets up a connection to the database at path, creating it when needed.
-sqlite3* openConnection(const QString& path, int busyWaitMs, QString* error) {
+// Opens and sets up a connection to the database at path, creating it when needed. Sets
+// *damaged when SQLite finds the file is no database or a malformed one.
+sqlite3* openConnection(const QString& path, int busyWaitMs, QString* error,
+                        bool* damaged = nullptr) {
     const bool inMemory = path == QLatin1String(":memory:");
     if (!inMemory) {
         if (!ensurePrivateFolder(QFileInfo(path).absolutePath(), error) ||
@@ -129,8 +132,14 @@ sqlite3* openConnection(const QString& path, int busyWaitMs, QString* error) {
                         " value);";
     char* message = nullptr;
     if (sqlite3_exec(db, setup, nullptr, nullptr, &message) != SQLITE_OK) {
+        const int code = sqlite3_errcode(db) & 0xff;
+        const bool broken = code == SQLITE_NOTADB || code == SQLITE_CORRUPT;
+        if (damaged)
+            *damaged = broken;
         if (error)
-            *error = QStringLiteral("cannot use %1: %2").arg(path, QString::fromUtf8(message));
+            *error = (broken ? QStringLiteral("cannot use %1: it is damaged (%2)")
+                             : QStringLiteral("cannot use %1: %2"))
+                         .arg(path, QString::fromUtf8(message));
         sqlite3_free(message);
         sqlite3_close_v2(db);
         return nullptr;
@@ -175,8 +184,11 @@ QString SqliteDefaults::defaultPath() {
     return base + QStringLiteral("/mindmeter/mindmeter.sqlite3");
 }
 
-std::unique_ptr<SqliteDefaults> SqliteDefaults::open(const QString& path, QString* error) {
-    sqlite3* db = openConnection(path, defaultBusyWaitMs, error);
+std::unique_ptr<SqliteDefaults> SqliteDefaults::open(const QString& path, QString* error,
+                                                     bool* damaged) {
+    if (damaged)
+        *damaged = false;
+    sqlite3* db = openConnection(path, defaultBusyWaitMs, error, damaged);
     if (!db)
         return nullptr;
     std::unique_ptr<SqliteDefaults> store(new SqliteDefaults(db, path));
@@ -186,6 +198,50 @@ std::unique_ptr<SqliteDefaults> SqliteDefaults::open(const QString& path, QStrin
         return nullptr;
     }
     return store;
+}
+
+QString SqliteDefaults::setAside(const QString& path, const QDateTime& now, QString* error) {
+    const QFileInfo info(path);
+    const QString stem = info.dir().filePath(info.completeBaseName() + QStringLiteral(".damaged-") +
+                                             now.toString(QStringLiteral("yyyyMMdd-HHmmss")));
+    const QString suffix = info.suffix().isEmpty() ? QString() : QLatin1Char('.') + info.suffix();
+    const auto fail = [error](const QString& why) {
+        if (error)
+            *error = why;
+        return QString();
+    };
+    // rename() moves a link itself, never what it points to; RENAME_NOREPLACE never puts the
+    // file over anything already there, so a name taken (a second in the same second) moves
+    // on to the next.
+    QString target;
+    for (int n = 1;; ++n) {
+        target = stem + (n == 1 ? QString() : QStringLiteral("-%1").arg(n)) + suffix;
+        if (::renameat2(AT_FDCWD, QFile::encodeName(path).constData(), AT_FDCWD,
+                        QFile::encodeName(target).constData(), RENAME_NOREPLACE) == 0)
+            break;
+        if (errno != EEXIST || n >= 100)
+            return fail(QStringLiteral("cannot move %1 aside: %2")
+                            .arg(path, QString::fromLocal8Bit(strerror(errno))));
+    }
+    // The write-ahead log holds the last commits and belongs with its file; left behind,
+    // SQLite would play it into the new database.
+    for (const char* companion : {"-wal", "-shm"}) {
+        const QByteArray from = QFile::encodeName(path + QLatin1String(companion));
+        const QByteArray to = QFile::encodeName(target + QLatin1String(companion));
+        if (::renameat2(AT_FDCWD, from.constData(), AT_FDCWD, to.constData(), RENAME_NOREPLACE) !=
+                0 &&
+            errno != ENOENT)
+            return fail(
+                QStringLiteral("cannot move %1 aside: %2")
+                    .arg(QString::fromLocal8Bit(from), QString::fromLocal8Bit(strerror(errno))));
+    }
+    // Private, whatever mode it had; opened without following a link.
+    const int fd = ::open(QFile::encodeName(target).constData(), O_RDONLY | O_NOFOLLOW | O_CLOEXEC);
+    if (fd >= 0) {
+        ::fchmod(fd, 0600);
+        ::close(fd);
+    }
+    return target;
 }
 
 bool SqliteDefaults::ensureWritableConnection() {

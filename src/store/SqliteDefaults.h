@@ -2,6 +2,7 @@
 
 #include "platform/Defaults.h"
 
+#include <QDateTime>
 #include <QMutex>
 
 #include <memory>
@@ -29,8 +30,16 @@ public:
     // in-memory store. A new file is made readable by its owner only, in a folder only its
     // owner may enter; a write-protected file is opened for reading, and writes to it fail. A
     // file or folder that is a symbolic link, or belongs to another user, is refused.
-    // On failure returns null and says why in *error.
-    static std::unique_ptr<SqliteDefaults> open(const QString& path, QString* error = nullptr);
+    // On failure returns null and says why in *error; *damaged tells whether SQLite found the
+    // file damaged (no database, or a malformed one: cut short, say).
+    static std::unique_ptr<SqliteDefaults> open(const QString& path, QString* error = nullptr,
+                                                bool* damaged = nullptr);
+
+    // Moves a damaged database file, with its write-ahead log, aside to
+    // NAME.damaged-YYYYMMDD-HHMMSS.EXT in its folder (made private, never over an existing
+    // file, never through a link), so a new store can be made at the path while the old
+    // bytes stay as they were. Returns the new name, or empty with *error.
+    static QString setAside(const QString& path, const QDateTime& now, QString* error = nullptr);
 
     // $XDG_DATA_HOME/mindmeter/mindmeter.sqlite3, or ~/.local/share/mindmeter/... when unset.
     static QString defaultPath();

@@ -1,7 +1,8 @@
 // `mindmeter track` on GNOME on Wayland, beside a real headless GNOME Shell (see
 // support/run-with-gnome-shell.sh): Mindmeter's extension is installed but off when the
 // test starts, native GTK windows stand for the applications, focus moves through a
-// test-only extension, and input arrives through Mutter's remote desktop interface.
+// test-only extension, and input arrives through Mutter's remote desktop interface. Switched
+// on while tracking, the extension is followed; switched off, nothing more is counted.
 
 #include "model/SessionCodec.h"
 
@@ -196,6 +197,19 @@ void GnomeTrackTest::followsTheExtensionAndMutterIdleTime() {
     m_input.start();
     QTRY_VERIFY_WITH_TIMEOUT(sessions().size() > all.size(), 20000);
     QCOMPARE(sessions().last().appBundleID, QString("com.tinyspeck.slackmacgap"));
+
+    // Switched off while the user works: the stay in Slack ends there, and nothing more is
+    // counted although the user is at the mouse.
+    const qsizetype told = (said += track.readAllStandardError()).count(command);
+    QVERIFY(extensionCall("DisableExtension"));
+    QTRY_VERIFY2((said += track.readAllStandardError()).count(command) > told, said.constData());
+    const Timestamp off = Timestamp::fromDateTime(QDateTime::currentDateTimeUtc());
+    QTest::qWait(1000); // twenty active ticks: the last stay's store write has landed
+    all = sessions();
+    QTest::qWait(1000);
+    QCOMPARE(sessions().size(), all.size());
+    for (const ActivitySession& s : all)
+        QVERIFY(s.endTime < off);
 
     ::kill(pid_t(track.processId()), SIGTERM);
     QVERIFY(track.waitForFinished(10000));

@@ -1,7 +1,9 @@
 // The real tracker's store failing under it: the disk full, the database file read-only, the
 // data folder deleted. In each the tracker must keep today in memory, say what failed, write
 // the whole day again once writing works, and leave a store that opens and checks whole;
-// the command line must say what failed too.
+// the command line must say what failed too. A data file SQLite finds damaged is kept aside by
+// the tray app, which counts on in a new one. A stop signal while starting ends either
+// program cleanly.
 //
 // A full disk is a small tmpfs filled to its last block. Mounting one needs a mount namespace
 // of the test's own: as root the test makes one; otherwise it tries a user namespace. Where
@@ -173,6 +175,8 @@ private slots:
     void dataFolderDeletedWhileTracking();
     void databaseHeldByAnotherProcess();
     void dayWrittenWhileTracking();
+    void damagedFileIsSetAside();
+    void stopSignalDuringStartUp_data();
     void stopSignalDuringStartUp();
 
 private:
@@ -461,14 +465,54 @@ void StoreFaultsTest::dayWrittenWhileTracking() {
     QCOMPARE(stored().mid(0, written.size()), written);
 }
 
+// --- A damaged data file -------------------------------------------------------------------
+
+void StoreFaultsTest::damagedFileIsSetAside() {
+    // A real store, cut short: SQLite refuses to open it.
+    const QString path = m_tracker->databasePath();
+    QVERIFY(SqliteDefaults::open(path)->setInteger("mindmeter.dailyTokenBaseline", 30000));
+    QVERIFY(::truncate(QFile::encodeName(path).constData(), 1500) == 0);
+    QFile damaged(path);
+    QVERIFY(damaged.open(QIODevice::ReadOnly));
+    const QByteArray bytes = damaged.readAll();
+
+    // The tray app keeps the file aside, untouched and private, and counts in a new one.
+    m_tracker->start(10, TrackerProcess::Program::tray);
+    QVERIFY2(m_tracker->waitForMessage("and today is counted in a new data file"),
+             m_tracker->said().constData());
+    const QByteArray said = m_tracker->said();
+    const QString keptAs = QString::fromLocal8Bit(
+        said.mid(said.indexOf("kept unchanged as ") + 18).split(',').first());
+    QCOMPARE(QFileInfo(keptAs).path(), m_tracker->dataFolder());
+    QVERIFY2(QFileInfo(keptAs).fileName().startsWith("mindmeter.damaged-"), qPrintable(keptAs));
+    QCOMPARE(QFile::permissions(keptAs) & 0x777, QFile::ReadUser | QFile::WriteUser);
+    QVERIFY(waitFor([&] { return stored().size() >= 3; }));
+
+    ::kill(pid_t(m_tracker->pid()), SIGTERM);
+    QVERIFY(m_tracker->process().waitForFinished(30000));
+    QCOMPARE(m_tracker->process().exitCode(), 0);
+    QCOMPARE(integrity(path), QString("ok"));
+    QFile kept(keptAs);
+    QVERIFY(kept.open(QIODevice::ReadOnly));
+    QCOMPARE(kept.readAll(), bytes);
+}
+
 // --- A stop signal while starting ---------------------------------------------------------
 
+void StoreFaultsTest::stopSignalDuringStartUp_data() {
+    QTest::addColumn<bool>("tray");
+    QTest::newRow("mindmeter track") << false;
+    QTest::newRow("the tray app") << true;
+}
+
 void StoreFaultsTest::stopSignalDuringStartUp() {
-    QVERIFY(SqliteDefaults::open(m_tracker->databasePath()));
-    // With the database held, the tracker's start waits in opening it: SIGTERM lands there.
+    QFETCH(bool, tray);
+    QVERIFY(SqliteDefaults::open(m_tracker->databasePath())
+                ->setBool("mindmeter.hasLaunchedBefore", true));
+    // With the database held, the start waits in opening it: SIGTERM lands there.
     DatabaseHolder holder(m_tracker->databasePath(), true);
     QVERIFY(holder.held());
-    m_tracker->start(10);
+    m_tracker->start(10, tray ? TrackerProcess::Program::tray : TrackerProcess::Program::track);
     const QString fds = QStringLiteral("/proc/%1/fd").arg(m_tracker->pid());
     QVERIFY(waitFor([&] {
         for (const QFileInfo& fd : QDir(fds).entryInfoList(QDir::System | QDir::Files))

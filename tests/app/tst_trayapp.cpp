@@ -15,6 +15,7 @@
 #include <QDBusReply>
 #include <QDBusVariant>
 #include <QDir>
+#include <QFileInfo>
 #include <QGuiApplication>
 #include <QImage>
 #include <QJsonDocument>
@@ -153,6 +154,7 @@ class TrayAppTest : public QObject {
 private slots:
     void aDayInThePanel();
     void theCountOnAnXfcePanel();
+    void oneTrayPerLoginSession();
 };
 
 void TrayAppTest::aDayInThePanel() {
@@ -389,6 +391,55 @@ void TrayAppTest::theCountOnAnXfcePanel() {
     X11Windows::xdotool({"key", "--clearmodifiers", "ctrl+q"});
     QVERIFY(app.waitForFinished(15000));
     QCOMPARE(app.exitCode(), 0);
+}
+
+void TrayAppTest::oneTrayPerLoginSession() {
+    // Two login sessions of one user, each with its own runtime folder (and data, since one
+    // tracker runs per data folder), sharing the temporary folder: each runs its own tray.
+    PrivateSessionBus bus;
+    QCOMPARE(bus.start(), QString());
+    QDBusConnection connection = bus.connect();
+    TestWatcher watcher; // a panel, so that no dashboard opens by itself
+    QVERIFY(connection.registerObject("/StatusNotifierWatcher", &watcher,
+                                      QDBusConnection::ExportAllContents));
+    QVERIFY(connection.registerService("org.kde.StatusNotifierWatcher"));
+    QTemporaryDir first, second, third;
+    const auto environment = [&](const QTemporaryDir& home) {
+        QProcessEnvironment env = appEnvironment(home, bus.address());
+        env.insert("TMPDIR", first.path());
+        runCommand(env, {"defaults", "write", "mindmeter.hasLaunchedBefore", "-bool", "true"});
+        return env;
+    };
+    QProcess a, b;
+    for (auto [app, home] : {std::pair{&a, &first}, std::pair{&b, &second}}) {
+        app->setProcessEnvironment(environment(*home));
+        app->start(MINDMETER_EXECUTABLE, {});
+        QVERIFY(app->waitForStarted());
+    }
+    QTRY_VERIFY_WITH_TIMEOUT(QFileInfo::exists(first.filePath("run/mindmeter.socket")) &&
+                                 QFileInfo::exists(second.filePath("run/mindmeter.socket")),
+                             30000);
+    QVERIFY(a.state() == QProcess::Running && b.state() == QProcess::Running);
+
+    // A second start in the first session asks its tray to show the dashboard, and ends.
+    QProcessEnvironment again = environment(third);
+    again.insert("XDG_RUNTIME_DIR", first.filePath("run"));
+    QProcess handOver;
+    handOver.setProcessEnvironment(again);
+    handOver.start(MINDMETER_EXECUTABLE, {});
+    QVERIFY(handOver.waitForFinished(30000));
+    QCOMPARE(handOver.exitCode(), 0);
+    QVERIFY(handOver.readAllStandardError().contains("already running"));
+    QTRY_COMPARE_WITH_TIMEOUT(
+        X11Windows::xdotool({"search", "--onlyvisible", "--name", "^Mindmeter$", "getwindowpid"})
+            .trimmed(),
+        QString::number(a.processId()), 20000);
+
+    for (QProcess* app : {&a, &b}) {
+        app->terminate();
+        QVERIFY(app->waitForFinished(15000));
+        QCOMPARE(app->exitCode(), 0);
+    }
 }
 
 QTEST_MAIN(TrayAppTest)

@@ -115,6 +115,22 @@ void ActivityMonitorTest::switchingAwayFlushesTheStay() {
     QCOMPARE(m_store->sessions().size(), 2);
     QCOMPARE(m_store->sessions()[1].tokenType, TokenType::input);
     QCOMPARE(m_store->sessions()[1].rawTokens, qint64(15));
+
+    // Nothing in front (the desktop's source of windows gone, say) ends the stay as a switch
+    // does; then nothing is counted until an application comes forward.
+    tick(2);
+    m_workspace.clearFront();
+    settle();
+    QCOMPARE(m_store->sessions().size(), 3);
+    QCOMPARE(m_store->sessions()[2].rawTokens, qint64(5)); // 15 × 20/60
+    QCOMPARE(m_monitor->currentApp(), QString("\u2014"));
+    QCOMPARE(m_monitor->currentRate(), qint64(0));
+    tick(30);
+    QCOMPARE(m_store->sessions().size(), 3);
+    m_workspace.activate(app("org.mozilla.firefox", "Firefox"));
+    tick(6);
+    QCOMPARE(m_store->sessions().size(), 4);
+    QCOMPARE(m_store->sessions()[3].startTime, m_store->sessions()[2].endTime.addSeconds(300));
 }
 
 void ActivityMonitorTest::idleFlushesAndStopsCounting() {

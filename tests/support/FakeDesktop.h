@@ -14,6 +14,10 @@ public:
         front = app;
         emit applicationActivated(app);
     }
+    void clearFront() {
+        front.reset();
+        emit nothingInFront();
+    }
 
     std::optional<RunningApp> front;
     QList<RunningApp> running;

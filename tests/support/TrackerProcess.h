@@ -3,13 +3,16 @@
 #include <QByteArray>
 #include <QDir>
 #include <QElapsedTimer>
+#include <QFile>
 #include <QProcess>
 #include <QString>
 
 #include <functional>
 
-// `mindmeter track` as a child process, over a data folder and a home folder of the test's
-// own, with a short tick. Run on the test's private X server (support/run-with-xvfb.sh).
+// `mindmeter track`, or the tray app, as a child process, over a data folder, a home folder
+// and a runtime folder of the test's own, with a short tick. Run on the test's private X
+// server (support/run-with-xvfb.sh). The tray app is given no session bus and an update
+// site that refuses at once.
 class TrackerProcess {
 public:
     TrackerProcess(const QString& executable, const QString& root)
@@ -35,15 +38,27 @@ public:
     // Runs in the child between fork and exec (to limit it, say).
     void setChildSetup(std::function<void()> setup) { m_setup = std::move(setup); }
 
-    void start(int tickMs) {
+    enum class Program { track, tray };
+
+    void start(int tickMs, Program program = Program::track) {
         QDir().mkpath(m_root + QStringLiteral("/home"));
         m_process = std::make_unique<QProcess>();
-        m_process->setProcessEnvironment(m_env.isEmpty() ? environment() : m_env);
+        QProcessEnvironment env = m_env.isEmpty() ? environment() : m_env;
+        if (program == Program::tray) {
+            QDir(m_root).mkdir("run", QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
+            env.insert("XDG_RUNTIME_DIR", m_root + "/run");
+            env.insert("MINDMETER_TICK_MS", QString::number(tickMs));
+            env.insert("DBUS_SESSION_BUS_ADDRESS", "unix:path=" + m_root + "/run/no-bus");
+            env.insert("MINDMETER_VENDOR_URL", "http://127.0.0.1:1");
+        }
+        m_process->setProcessEnvironment(env);
         if (m_setup)
             m_process->setChildProcessModifier(m_setup);
         m_said.clear();
-        m_process->start(m_executable, {QStringLiteral("track"), QStringLiteral("--tick-ms"),
-                                        QString::number(tickMs)});
+        m_process->start(m_executable,
+                         program == Program::tray
+                             ? QStringList()
+                             : QStringList{"track", "--tick-ms", QString::number(tickMs)});
     }
 
     // Waits until the tracker says it is tracking; false if it ends or takes over 30 s.

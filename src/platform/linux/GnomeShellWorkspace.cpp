@@ -40,6 +40,8 @@ GnomeShellWorkspace::GnomeShellWorkspace(const QDBusConnection& bus, AppIdentity
             &GnomeShellWorkspace::ownerChanged);
     m_wakeWatcher = new LogindWakeWatcher(this);
     connect(m_wakeWatcher, &LogindWakeWatcher::didWake, this, &Workspace::didWake);
+    // Whatever comes forward after a stretch with nothing in front is a new stay.
+    connect(this, &Workspace::nothingInFront, this, [this] { m_lastActivated.reset(); });
 
     if (m_bus.interface() && m_bus.interface()->isServiceRegistered(service))
         fetch();
@@ -88,6 +90,10 @@ void GnomeShellWorkspace::setAnswers(bool answers) {
     if (answers == m_answers)
         return;
     m_answers = answers;
+    // Without the extension nothing can be seen in front: the stay ends now, before anyone
+    // hears that the extension went away.
+    if (!answers)
+        noWindowInFront(true);
     qCInfo(lcGnomeShell) << (answers ? "following GNOME Shell through Mindmeter's extension"
                                      : "Mindmeter's GNOME Shell extension went away");
     emit extensionAnswersChanged(answers);
@@ -119,12 +125,16 @@ void GnomeShellWorkspace::frontChanged(const QVariantMap& application) {
     if (!m_answers)
         return;
     m_front = resolve(application);
-    if (!m_front)
-        return; // the desktop itself, or nothing, is in front: no application came forward
+    if (!m_front) {
+        // The desktop itself, the overview, or nothing has the focus.
+        noWindowInFront();
+        return;
+    }
     // Moving between two windows of one application is not an activation.
     if (m_lastActivated && m_lastActivated->bundleID == m_front->bundleID &&
         m_lastActivated->pid == m_front->pid)
         return;
+    m_lastActivated = m_front;
     emit applicationActivated(*m_front);
 }
 

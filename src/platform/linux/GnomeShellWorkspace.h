@@ -16,7 +16,8 @@ class LogindWakeWatcher;
 // session bus and signals each change, so nothing is polled. While the extension does not
 // answer (not installed, not enabled, or installed during this login) no application is in
 // front and none is open: nothing is counted rather than something counted wrong. When it
-// comes (the user enables it), it is followed from then on.
+// comes (the user enables it), it is followed from then on; when it goes (switched off, or
+// the shell lost it), nothing is in front from that moment.
 class GnomeShellWorkspace final : public Workspace {
     Q_OBJECT
 public:

@@ -37,6 +37,8 @@ KWinScriptWorkspace::KWinScriptWorkspace(QDBusConnection bus, AppIdentityResolve
           QStringLiteral("mindmeter-activity-%1").arg(QCoreApplication::applicationPid())) {
     auto* wake = new LogindWakeWatcher(this);
     connect(wake, &LogindWakeWatcher::didWake, this, &Workspace::didWake);
+    // Whatever comes forward after a stretch with nothing in front is a new stay.
+    connect(this, &Workspace::nothingInFront, this, [this] { m_lastActivated.reset(); });
 }
 
 KWinScriptWorkspace::~KWinScriptWorkspace() {
@@ -110,13 +112,19 @@ RunningApp KWinScriptWorkspace::resolve(const QString& resourceClass, const QStr
 
 void KWinScriptWorkspace::activated(const QString& resourceClass, const QString& resourceName,
                                     const QString& desktopFileName, const QString& pid) {
-    if (resourceClass.isEmpty() && desktopFileName.isEmpty())
+    if (resourceClass.isEmpty() && desktopFileName.isEmpty()) {
+        // No window is active: between two windows, or for good.
+        m_front.reset();
+        noWindowInFront();
         return;
+    }
     const RunningApp app = resolve(resourceClass, resourceName, desktopFileName, pid);
-    // Moving between two windows of one application is not an activation.
-    if (m_front && m_front->bundleID == app.bundleID && m_front->pid == app.pid)
-        return;
     m_front = app;
+    // Moving between two windows of one application is not an activation.
+    if (m_lastActivated && m_lastActivated->bundleID == app.bundleID &&
+        m_lastActivated->pid == app.pid)
+        return;
+    m_lastActivated = app;
     emit applicationActivated(app);
 }
 

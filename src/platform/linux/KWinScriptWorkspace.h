@@ -44,5 +44,6 @@ private:
     QString m_pluginName;
     bool m_loaded = false;
     std::optional<RunningApp> m_front;
+    std::optional<RunningApp> m_lastActivated;
     QList<RunningApp> m_running;
 };

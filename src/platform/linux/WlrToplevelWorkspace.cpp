@@ -21,6 +21,8 @@ WlrToplevelWorkspace::WlrToplevelWorkspace(std::shared_ptr<WaylandConnection> co
 
     auto* wake = new LogindWakeWatcher(this);
     connect(wake, &LogindWakeWatcher::didWake, this, &Workspace::didWake);
+    // Whatever comes forward after a stretch with nothing in front is a new stay.
+    connect(this, &Workspace::nothingInFront, this, [this] { m_lastActivated.reset(); });
 }
 
 WlrToplevelWorkspace::~WlrToplevelWorkspace() {
@@ -113,11 +115,14 @@ WlrToplevelWorkspace::find(zwlr_foreign_toplevel_handle_v1* handle) {
 
 void WlrToplevelWorkspace::toplevelDone(Toplevel* toplevel) {
     const bool cameForward = toplevel->pendingActivated && !toplevel->activated;
+    const bool wentBack = !toplevel->pendingActivated && toplevel->activated;
     if (toplevel->app.bundleID.isEmpty() || toplevel->pendingAppId != toplevel->appId) {
         toplevel->appId = toplevel->pendingAppId;
         toplevel->app = m_resolver.resolve(WindowFacts::fromAppId(toplevel->appId));
     }
     toplevel->activated = toplevel->pendingActivated;
+    if (wentBack && !frontmostApplication())
+        noWindowInFront();
     if (!cameForward)
         return;
     const RunningApp& app = toplevel->app;
@@ -129,9 +134,12 @@ void WlrToplevelWorkspace::toplevelDone(Toplevel* toplevel) {
 }
 
 void WlrToplevelWorkspace::toplevelClosed(Toplevel* toplevel) {
+    const bool wasInFront = toplevel->activated;
     m_toplevels.removeOne(toplevel);
     zwlr_foreign_toplevel_handle_v1_destroy(toplevel->handle);
     delete toplevel;
+    if (wasInFront && !frontmostApplication())
+        noWindowInFront();
 }
 
 std::optional<RunningApp> WlrToplevelWorkspace::frontmostApplication() const {

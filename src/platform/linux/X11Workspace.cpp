@@ -49,6 +49,8 @@ X11Workspace::X11Workspace(xcb_connection_t* connection, int screen, AppIdentity
     connect(m_wakeWatcher, &LogindWakeWatcher::didWake, this, &Workspace::didWake);
 
     m_lastActivated = frontmostApplication();
+    // Whatever comes forward after a stretch with nothing in front is a new stay.
+    connect(this, &Workspace::nothingInFront, this, [this] { m_lastActivated.reset(); });
 }
 
 X11Workspace::~X11Workspace() {
@@ -237,8 +239,11 @@ void X11Workspace::readEvents() {
 
 void X11Workspace::handleActiveWindowChange() {
     const std::optional<RunningApp> app = frontmostApplication();
-    if (!app)
-        return; // the desktop itself, or nothing, is in front: no application came forward
+    if (!app) {
+        // No active window: the desktop itself, or nothing, is in front.
+        noWindowInFront(connectionBroken());
+        return;
+    }
     // Moving between two windows of one application is not an activation.
     if (m_lastActivated && m_lastActivated->bundleID == app->bundleID &&
         m_lastActivated->pid == app->pid)
