@@ -222,14 +222,16 @@ void NotificationManagerTest::digestVerdicts_data() {
     QTest::addColumn<qint64>("total");
     QTest::addColumn<QString>("verdict");
     // Baseline 1000, so the total in tenths is the percentage.
-    QTest::newRow("39%") << qint64(399) << lightVerdict;
-    QTest::newRow("40%") << qint64(400) << balancedVerdict;
-    QTest::newRow("69%") << qint64(699) << balancedVerdict;
-    QTest::newRow("70%") << qint64(700) << heavyVerdict;
-    QTest::newRow("89%") << qint64(899) << heavyVerdict;
-    QTest::newRow("90%") << qint64(900) << overloadedVerdict;
-    QTest::newRow("250%") << qint64(2500) << overloadedVerdict;
-    QTest::newRow("nothing") << qint64(0) << lightVerdict;
+    for (const auto& [total, verdict] :
+         std::initializer_list<std::pair<qint64, QString>>{{0, lightVerdict},
+                                                           {399, lightVerdict},
+                                                           {400, balancedVerdict},
+                                                           {699, balancedVerdict},
+                                                           {700, heavyVerdict},
+                                                           {899, heavyVerdict},
+                                                           {900, overloadedVerdict},
+                                                           {2500, overloadedVerdict}})
+        QTest::newRow(qPrintable(QString::number(total / 10.0) + "%")) << total << verdict;
 }
 
 void NotificationManagerTest::digestVerdicts() {
