@@ -89,33 +89,24 @@ void StatusFormatsTest::labelClassAndPercentage_data() {
     QTest::addColumn<QString>("colourClass");
     QTest::addColumn<int>("percentage");
 
+    const auto row = [](const char* tag, qint64 baseline, const char* type, qint64 raw, qint64 ago,
+                        const QString& label, const char* colour, int percentage) {
+        QTest::newRow(tag) << baseline << type << raw << ago << label << colour << percentage;
+    };
     // Input tokens weigh 1, so raw counts over a budget of 1000 give exact saturations.
-    QTest::newRow("empty day") << qint64(0) << QString() << qint64(0) << qint64(0)
-                               << QString(" 0 \u25cc") << "normal" << 0;
-    QTest::newRow("0.799 is normal, idle") << qint64(1000) << "input" << qint64(799) << qint64(600)
-                                           << QString(" 799 \u25cc") << "normal" << 80;
-    QTest::newRow("exactly 0.8 is orange, reading")
-        << qint64(1000) << "input" << qint64(800) << qint64(20) << QString(" 800 \u00b6")
-        << "orange" << 80;
-    QTest::newRow("0.899 is orange") << qint64(1000) << "input" << qint64(899) << qint64(20)
-                                     << QString(" 899 \u00b6") << "orange" << 90;
-    QTest::newRow("exactly 0.9 is red") << qint64(1000) << "input" << qint64(900) << qint64(20)
-                                        << QString(" 900 \u00b6") << "red" << 90;
+    row("empty day", 0, "", 0, 0, " 0 \u25cc", "normal", 0);
+    row("0.799 is normal, idle", 1000, "input", 799, 600, " 799 \u25cc", "normal", 80);
+    row("exactly 0.8 is orange, reading", 1000, "input", 800, 20, " 800 \u00b6", "orange", 80);
+    row("0.899 is orange", 1000, "input", 899, 20, " 899 \u00b6", "orange", 90);
+    row("exactly 0.9 is red", 1000, "input", 900, 20, " 900 \u00b6", "red", 90);
     // 4100 reasoning tokens weigh 12,300.
-    QTest::newRow("thousands, reasoning")
-        << qint64(25000) << "reasoning" << qint64(4100) << qint64(20)
-        << QString(" 12.3k \u26a1\ufe0e") << "normal" << 49;
-    QTest::newRow("below 1000 stays whole, writing")
-        << qint64(25000) << "output" << qint64(499) << qint64(20) << QString(" 998 \u2328")
-        << "normal" << 4;
-    QTest::newRow("1000 is 1.0k, with AI") << qint64(25000) << "ai" << qint64(400) << qint64(20)
-                                           << QString(" 1.0k \u2726") << "normal" << 4;
-    QTest::newRow("over the budget is capped")
-        << qint64(25000) << "reasoning" << qint64(10000) << qint64(20)
-        << QString(" 30.0k \u26a1\ufe0e") << "red" << 100;
-    QTest::newRow("three minutes ago is no longer in front")
-        << qint64(25000) << "reasoning" << qint64(100) << qint64(180) << QString(" 300 \u25cc")
-        << "normal" << 1;
+    row("thousands, reasoning", 25000, "reasoning", 4100, 20, " 12.3k \u26a1\ufe0e", "normal", 49);
+    row("below 1000 stays whole, writing", 25000, "output", 499, 20, " 998 \u2328", "normal", 4);
+    row("1000 is 1.0k, with AI", 25000, "ai", 400, 20, " 1.0k \u2726", "normal", 4);
+    row("over the budget is capped", 25000, "reasoning", 10000, 20, " 30.0k \u26a1\ufe0e", "red",
+        100);
+    row("three minutes ago is no longer in front", 25000, "reasoning", 100, 180, " 300 \u25cc",
+        "normal", 1);
 }
 
 void StatusFormatsTest::labelClassAndPercentage() {

@@ -16,73 +16,14 @@
 
 using Icon = StatusItem::Icon;
 
-// The title and icon rules of the status item, its menu, and how settings reach it.
+// The status item's menu, and how the day and settings reach it. (The title and icon rules
+// are tested through `mindmeter status`, which applies the same presenter.)
 class StatusItemTest : public QObject {
     Q_OBJECT
 private slots:
-    void titles_data();
-    void titles();
-    void icons_data();
-    void icons();
     void menuWithAndWithoutAnUpdate();
     void followsTheDayAndAnotherProcessesSettings();
 };
-
-void StatusItemTest::titles_data() {
-    QTest::addColumn<qint64>("total");
-    QTest::addColumn<QString>("type");
-    QTest::addColumn<qint64>("rate");
-    QTest::addColumn<QString>("style");
-    QTest::addColumn<QString>("text");
-    QTest::addColumn<QString>("symbol");
-    QTest::newRow("below a thousand") << qint64(999) << "reasoning" << qint64(8) << "iconAndCount"
-                                      << " 999 "
-                                      << "bolt.fill";
-    QTest::newRow("a thousand") << qint64(1000) << "ai" << qint64(50) << "iconAndCount"
-                                << " 1.0k "
-                                << "sparkles";
-    QTest::newRow("rounds like printf") << qint64(12345) << "output" << qint64(28) << "countOnly"
-                                        << " 12.3k "
-                                        << "keyboard";
-    QTest::newRow("no rate: dotted circle") << qint64(40) << "ai" << qint64(0) << "iconAndCount"
-                                            << " 40 "
-                                            << "circle.dotted";
-    QTest::newRow("icon only: no title") << qint64(5000) << "input" << qint64(15) << "iconOnly"
-                                         << ""
-                                         << "";
-}
-
-void StatusItemTest::titles() {
-    QFETCH(qint64, total);
-    QFETCH(QString, type);
-    QFETCH(qint64, rate);
-    QFETCH(QString, style);
-    QFETCH(QString, text);
-    QFETCH(QString, symbol);
-    const auto t = StatusPresenter::title(total, *TokenTypes::fromRawValue(type), rate,
-                                          *MenuBarDisplays::fromRawValue(style));
-    QCOMPARE(t.text, text);
-    QCOMPARE(t.symbol, symbol);
-}
-
-void StatusItemTest::icons_data() {
-    QTest::addColumn<double>("saturation");
-    QTest::addColumn<QString>("style");
-    QTest::addColumn<Icon>("icon");
-    QTest::newRow("0.7999") << 0.7999 << "iconAndCount" << Icon::normal;
-    QTest::newRow("0.8") << 0.8 << "iconAndCount" << Icon::orange;
-    QTest::newRow("0.8999") << 0.8999 << "iconOnly" << Icon::orange;
-    QTest::newRow("0.9") << 0.9 << "iconAndCount" << Icon::red;
-    QTest::newRow("full") << 1.0 << "iconAndCount" << Icon::red;
-    QTest::newRow("count only") << 1.0 << "countOnly" << Icon::none;
-}
-
-void StatusItemTest::icons() {
-    QFETCH(double, saturation);
-    QFETCH(QString, style);
-    QFETCH(Icon, icon);
-    QCOMPARE(StatusPresenter::icon(saturation, *MenuBarDisplays::fromRawValue(style)), icon);
-}
 
 void StatusItemTest::menuWithAndWithoutAnUpdate() {
     QStringList calls;
@@ -97,19 +38,13 @@ void StatusItemTest::menuWithAndWithoutAnUpdate() {
         return t;
     };
     const QList<StatusMenuItem> plain = StatusMenu::build(std::nullopt, actions);
-    QCOMPARE(titles(plain),
-             (QStringList{"Mindmeter v1.4.5 \u00b7 2026-05-30", "-", "Dashboard",
-                          "Preferences\u2026", "-", "Copy Summary", "Export CSV\u2026", "-",
-                          "Reset Today", "-", "Send Feedback", "-", "Quit"}));
-    QVERIFY(!plain[0].enabled);
-    QCOMPARE(plain[3].shortcut, QString(","));
+    QVERIFY(!plain[0].enabled); // the version line
     QCOMPARE(plain.last().shortcut, QString("q"));
-
+    // An update adds its line and a separator after the version, before the dashboard.
     const QList<StatusMenuItem> withUpdate = StatusMenu::build(QStringLiteral("1.5.0"), actions);
-    QCOMPARE(withUpdate.size(), plain.size() + 2);
-    QCOMPARE(withUpdate[2].title, QString("\u2b06 Update available \u2014 v1.5.0"));
-    QVERIFY(withUpdate[3].separator);
-    QCOMPARE(withUpdate[4].title, QString("Dashboard"));
+    QCOMPARE(titles(withUpdate), QStringList(titles(plain).mid(0, 2))
+                                     << "\u2b06 Update available \u2014 v1.5.0"
+                                     << "-" << titles(plain).mid(2));
     withUpdate[2].action();
     withUpdate[4].action();
     withUpdate.last().action();
@@ -135,7 +70,6 @@ void StatusItemTest::followsTheDayAndAnotherProcessesSettings() {
     RecordingStatusItem item;
     StatusPresenter presenter(item, store, monitor, preferences);
     settle();
-    QCOMPARE(item.text, QString(" 0 "));
     QCOMPARE(item.symbol, QString("bolt.fill")); // the editor earns reasoning tokens
 
     // Saturation 0.8 of a 1000-token budget turns the icon orange.

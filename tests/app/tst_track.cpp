@@ -1,5 +1,7 @@
 // `mindmeter track` as a user runs it, on a private X server (see support/run-with-xvfb.sh).
 
+#include "RunProcess.h"
+#include "TrackerProcess.h"
 #include "X11Windows.h"
 
 #include "model/SessionCodec.h"
@@ -25,9 +27,12 @@ private slots:
     void refusesWithoutADisplay();
 
 private:
-    QProcessEnvironment environment() const;
-    QProcess* startTrack(const QStringList& extra = {});
+    // A tracker with 50 ms ticks (a counted minute every 0.3 s), tracking.
+    std::unique_ptr<TrackerProcess> startTrack();
     QByteArray run(const QStringList& args, int* exitCode = nullptr);
+    // Today's stored sessions, as `defaults read` gives them.
+    QList<ActivitySession> sessions();
+    void stop(TrackerProcess& track, int signal = SIGTERM);
 
     std::unique_ptr<QTemporaryDir> m_dir;
     X11Windows m_windows;
@@ -37,31 +42,33 @@ void TrackTest::init() {
     m_dir = std::make_unique<QTemporaryDir>();
 }
 
-QProcessEnvironment TrackTest::environment() const {
-    QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
-    env.insert("XDG_DATA_HOME", m_dir->filePath("data"));
-    env.insert("XDG_DATA_DIRS",
-               m_dir->filePath("no-system-entries")); // identities from the alias table
-    env.insert("TZ", "UTC");
-    env.insert("HOME", m_dir->filePath("home"));
-    return env;
-}
-
-QProcess* TrackTest::startTrack(const QStringList& extra) {
-    auto* p = new QProcess(this);
-    p->setProcessEnvironment(environment());
-    p->start(MINDMETER_EXECUTABLE, QStringList{"track", "--tick-ms", "50"} + extra);
-    return p;
+std::unique_ptr<TrackerProcess> TrackTest::startTrack() {
+    auto track = std::make_unique<TrackerProcess>(MINDMETER_EXECUTABLE, m_dir->path());
+    track->start(50);
+    [&] { QVERIFY2(track->waitUntilTracking(), track->said().constData()); }();
+    return track;
 }
 
 QByteArray TrackTest::run(const QStringList& args, int* exitCode) {
-    QProcess p;
-    p.setProcessEnvironment(environment());
-    p.start(MINDMETER_EXECUTABLE, args);
-    p.waitForFinished(30000);
+    const ProcessResult r =
+        runProcess(MINDMETER_EXECUTABLE, args,
+                   TrackerProcess(MINDMETER_EXECUTABLE, m_dir->path()).environment());
     if (exitCode)
-        *exitCode = p.exitCode();
-    return p.readAllStandardOutput() + p.readAllStandardError();
+        *exitCode = r.exitCode;
+    return r.out + r.err;
+}
+
+QList<ActivitySession> TrackTest::sessions() {
+    const QString day = QDateTime::currentDateTimeUtc().date().toString(Qt::ISODate);
+    return SessionCodec::decodeDay(run({"defaults", "read", "mindmeter.sessions." + day}))
+        .value_or(QList<ActivitySession>{});
+}
+
+void TrackTest::stop(TrackerProcess& track, int signal) {
+    ::kill(pid_t(track.pid()), signal);
+    QVERIFY(track.process().waitForFinished(10000));
+    QCOMPARE(track.process().exitStatus(), QProcess::NormalExit);
+    QCOMPARE(track.process().exitCode(), 0);
 }
 
 void TrackTest::recordsTheFocusedTerminal() {
@@ -70,33 +77,22 @@ void TrackTest::recordsTheFocusedTerminal() {
     X11Windows::activate(term);
     X11Windows::moveMouse(50, 50); // the user is present
 
-    QProcess* track = startTrack();
-    QVERIFY(track->waitForStarted());
-    QByteArray said;
-    QTRY_VERIFY2((said += track->readAllStandardError()).contains("tracking"), said.constData());
+    const auto track = startTrack();
 
     // A second tracker would count every minute twice.
     int status = 0;
     const QByteArray second = run({"track"}, &status);
     QCOMPARE(status, 1);
     QVERIFY2(second.contains("tracking is already running (process " +
-                             QByteArray::number(track->processId()) + ")"),
+                             QByteArray::number(track->pid()) + ")"),
              second.constData());
 
     // Fifty-millisecond ticks: a counted minute every 0.3 s.
-    QTest::qWait(2500);
-    ::kill(pid_t(track->processId()), SIGTERM);
-    QVERIFY(track->waitForFinished(10000));
-    QCOMPARE(track->exitStatus(), QProcess::NormalExit);
-    QCOMPARE(track->exitCode(), 0);
-
-    const QString day = QDateTime::currentDateTimeUtc().date().toString(Qt::ISODate);
-    const auto sessions =
-        SessionCodec::decodeDay(run({"defaults", "read", "mindmeter.sessions." + day}));
-    QVERIFY(sessions);
-    QVERIFY2(sessions->size() >= 3, qPrintable(QString::number(sessions->size())));
+    QTRY_VERIFY_WITH_TIMEOUT(sessions().size() >= 3, 30000);
+    stop(*track);
+    const QList<ActivitySession> day = sessions();
     qint64 raw = 0;
-    for (const ActivitySession& s : *sessions) {
+    for (const ActivitySession& s : day) {
         QCOMPARE(s.appBundleID, QString("com.apple.Terminal.XTerm"));
         QCOMPARE(s.appName, QString("XTerm"));
         QCOMPARE(s.tokenType, TokenType::reasoning);
@@ -104,18 +100,12 @@ void TrackTest::recordsTheFocusedTerminal() {
     }
     // Terminal time earns 8 per minute; whole minutes at the neutral multiplier, plus the
     // part-minute flushed when tracking stopped.
-    QVERIFY(raw >= 8 * (sessions->size() - 1));
+    QVERIFY(raw >= 8 * (day.size() - 1));
     const QJsonObject status2 = QJsonDocument::fromJson(run({"status", "--json"})).object();
-    QCOMPARE(status2["sessionCount"].toInteger(), sessions->size());
     QCOMPARE(status2["tokensByType"].toObject()["reasoning"].toInteger(), raw * 3);
 
     // The lock went with the process: tracking can start again.
-    QProcess* again = startTrack();
-    said.clear();
-    QTRY_VERIFY2((said += again->readAllStandardError()).contains("tracking"), said.constData());
-    ::kill(pid_t(again->processId()), SIGINT);
-    QVERIFY(again->waitForFinished(10000));
-    QCOMPARE(again->exitCode(), 0);
+    stop(*startTrack(), SIGINT);
 }
 
 namespace {
@@ -152,36 +142,23 @@ void TrackTest::creditsSavesAndCommitsUnderHome() {
     QVERIFY(git(repo, {"add", "."}));
     QVERIFY(git(repo, {"commit", "-q", "-m", "start"}));
 
-    QProcess* track = startTrack();
-    QByteArray said;
-    QTRY_VERIFY2((said += track->readAllStandardError()).contains("tracking"), said.constData());
+    const auto track = startTrack();
     QTest::qWait(1000); // the file watcher's first walk and the warm-up
 
     // A save, then a commit of 100 changed lines.
     writeLines(repo + "/tool.py", 100);
-    QTest::qWait(600);
+    QTest::qWait(600); // the save is seen in a scan of its own
     QVERIFY(git(repo, {"add", "."}));
     QVERIFY(git(repo, {"commit", "-q", "-m", "tool"}));
-    QTest::qWait(1500);
-    ::kill(pid_t(track->processId()), SIGTERM);
-    QVERIFY(track->waitForFinished(10000));
-    QCOMPARE(track->exitCode(), 0);
-
-    const QString day = QDateTime::currentDateTimeUtc().date().toString(Qt::ISODate);
-    const auto sessions =
-        SessionCodec::decodeDay(run({"defaults", "read", "mindmeter.sessions." + day}));
-    QVERIFY(sessions);
-    QStringList names;
-    for (const ActivitySession& s : *sessions)
-        names << s.appBundleID + " | " + s.appName;
-    QVERIFY2(names.contains("git.autodetect | Git [widget]: commit +100 lines"),
-             qPrintable(names.join("\n")));
-    QVERIFY2(std::any_of(sessions->begin(), sessions->end(),
-                         [](const ActivitySession& s) {
-                             return s.appBundleID == "spotlight.source" &&
-                                    s.appName.startsWith("\U0001F4BB Code \u2014 ");
-                         }),
-             qPrintable(names.join("\n")));
+    const auto found = [&](const QString& bundleID, const QString& namePrefix) {
+        for (const ActivitySession& s : sessions())
+            if (s.appBundleID == bundleID && s.appName.startsWith(namePrefix))
+                return true;
+        return false;
+    };
+    QTRY_VERIFY_WITH_TIMEOUT(found("git.autodetect", "Git [widget]: commit +100 lines"), 30000);
+    QVERIFY(found("spotlight.source", "\U0001F4BB Code \u2014 "));
+    stop(*track);
 }
 
 void TrackTest::userRulesApplyFromTheNextMinute() {
@@ -194,9 +171,8 @@ void TrackTest::userRulesApplyFromTheNextMinute() {
     QVERIFY(term);
     X11Windows::activate(term);
     X11Windows::moveMouse(50, 50);
-    QProcess* track = startTrack();
-    QByteArray said;
-    QTRY_VERIFY2((said += track->readAllStandardError()).contains("tracking"), said.constData());
+    const auto track = startTrack();
+    const QByteArray said = track->said();
     QVERIFY2(said.contains("category rules (" + key.toUtf8() + ") cannot be read and are ignored"),
              said.constData());
     QVERIFY(run({"categories"}, &status).contains("cannot be read and are ignored"));
@@ -205,11 +181,6 @@ void TrackTest::userRulesApplyFromTheNextMinute() {
     QCOMPARE(status, 1); // nothing is built on an unreadable list
     run({"defaults", "delete", key});
 
-    const QString day = QDateTime::currentDateTimeUtc().date().toString(Qt::ISODate);
-    const auto sessions = [&] {
-        return SessionCodec::decodeDay(run({"defaults", "read", "mindmeter.sessions." + day}))
-            .value_or(QList<ActivitySession>{});
-    };
     // Each step: the change, then whole minutes recorded after it. The first session to
     // appear after the command returned may have been counted just before the change; every
     // later one earns the new rate.
@@ -237,9 +208,7 @@ void TrackTest::userRulesApplyFromTheNextMinute() {
     QVERIFY(
         run({"categories", "remove", xterm}, &status).contains("no rule for " + xterm.toUtf8()));
     QCOMPARE(status, 1);
-    ::kill(pid_t(track->processId()), SIGTERM);
-    QVERIFY(track->waitForFinished(10000));
-    QCOMPARE(track->exitCode(), 0);
+    stop(*track);
 }
 
 void TrackTest::refusesWithoutADisplay_data() {
@@ -264,18 +233,15 @@ void TrackTest::refusesWithoutADisplay() {
     QFETCH(QStringList, unset);
     QFETCH(QStringList, set);
     QFETCH(QString, message);
-    QProcessEnvironment env = environment();
+    QProcessEnvironment env = TrackerProcess(MINDMETER_EXECUTABLE, m_dir->path()).environment();
     env.insert("XDG_RUNTIME_DIR", m_dir->path()); // no compositor listens here
     for (const QString& name : unset)
         env.remove(name);
     for (const QString& pair : set)
         env.insert(pair.section('=', 0, 0), pair.section('=', 1));
-    QProcess p;
-    p.setProcessEnvironment(env);
-    p.start(MINDMETER_EXECUTABLE, {"track"});
-    QVERIFY(p.waitForFinished(10000));
-    QCOMPARE(p.exitCode(), 1);
-    const QByteArray err = p.readAllStandardError();
+    const ProcessResult r = runProcess(MINDMETER_EXECUTABLE, {"track"}, env);
+    QCOMPARE(r.exitCode, 1);
+    const QByteArray& err = r.err;
     QVERIFY2(err.startsWith("mindmeter: ") && err.contains(message.toUtf8()), err.constData());
 }
 

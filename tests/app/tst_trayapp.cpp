@@ -4,6 +4,7 @@
 // Quit from its menu stores the day and ends it. On Debian's Xfce panel, whose tray draws no
 // label: the count is in the icon, for every menu-bar style.
 
+#include "LocalHttpServer.h"
 #include "PrivateSessionBus.h"
 #include "X11Windows.h"
 #include "XfcePanel.h"
@@ -24,41 +25,10 @@
 #include <QRect>
 #include <QScreen>
 #include <QSet>
-#include <QTcpServer>
-#include <QTcpSocket>
 #include <QTemporaryDir>
 #include <QTest>
 
 namespace {
-
-// The vendor's site, on loopback: answers every manifest request with a newer version.
-class ManifestServer : public QObject {
-public:
-    ManifestServer() {
-        m_server.listen(QHostAddress::LocalHost);
-        connect(&m_server, &QTcpServer::newConnection, this, [this] {
-            while (QTcpSocket* socket = m_server.nextPendingConnection()) {
-                connect(socket, &QTcpSocket::readyRead, socket, [this, socket] {
-                    if (!socket->readAll().startsWith("GET /version.json"))
-                        return;
-                    ++requests;
-                    const QByteArray body = R"({"version": "9.9.9"})";
-                    socket->write("HTTP/1.1 200 OK\r\nContent-Type: application/json\r\n"
-                                  "Content-Length: " +
-                                  QByteArray::number(body.size()) +
-                                  "\r\nConnection: close\r\n\r\n" + body);
-                    socket->disconnectFromHost();
-                });
-                connect(socket, &QTcpSocket::disconnected, socket, &QObject::deleteLater);
-            }
-        });
-    }
-    QString url() const { return QStringLiteral("http://127.0.0.1:%1").arg(m_server.serverPort()); }
-    int requests = 0;
-
-private:
-    QTcpServer m_server;
-};
 
 class TestWatcher : public QObject {
     Q_OBJECT
@@ -171,8 +141,11 @@ void TrayAppTest::aDayInThePanel() {
     env.insert("MINDMETER_TICK_MS", "50"); // each tick still counts ten seconds
     // This test's host draws labels, but is no panel the app knows: it is told so.
     runCommand(env, {"defaults", "write", "mindmeter.countPlacement", "-string", "beside"});
-    ManifestServer site;
-    env.insert("MINDMETER_VENDOR_URL", site.url());
+    // The vendor's site, on loopback, offers a newer version.
+    LocalHttpServer site;
+    QVERIFY(site.listen());
+    site.answer("/version.json", HttpAnswer::make(200, R"({"version": "9.9.9"})"));
+    env.insert("MINDMETER_VENDOR_URL", site.baseUrl());
 
     X11Windows windows;
     const quint32 terminal = windows.openTerminal("xterm", "XTerm");
@@ -248,7 +221,7 @@ void TrayAppTest::aDayInThePanel() {
 
     // The update check ran at start and found a newer version: the menu offers it. Opening
     // the menu asks again.
-    QTRY_VERIFY(site.requests >= 1);
+    QTRY_VERIFY(site.hits("/version.json") >= 1);
     QDBusInterface menu(service, "/MenuBar", "com.canonical.dbusmenu", connection);
     const auto labels = [&] {
         QStringList l;
@@ -257,9 +230,9 @@ void TrayAppTest::aDayInThePanel() {
         return l;
     };
     QTRY_COMPARE(labels().value(2), QString("\u2b06 Update available \u2014 v9.9.9"));
-    const int checks = site.requests;
+    const int checks = site.hits("/version.json");
     menu.call("AboutToShow", 0);
-    QTRY_COMPARE(site.requests, checks + 1);
+    QTRY_COMPARE(site.hits("/version.json"), checks + 1);
 
     // Quit from the menu: the day is stored and the app ends.
     const auto items = menuItems(menu.call("GetLayout", 0, -1, QStringList()));

@@ -18,10 +18,8 @@ private slots:
     void init();
     void cleanup();
     void minutesBecomeSessions();
-    void switchingAwayFlushesTheStay();
+    void nothingInFrontEndsTheStay();
     void idleFlushesAndStopsCounting();
-    void recoveryAfterBreaks_data();
-    void recoveryAfterBreaks();
     void multiplierAndFloorOfOne();
     void ownWindowsAreNotASwitch();
     void zeroRateAndMissingIdentity();
@@ -72,65 +70,32 @@ void ActivityMonitorTest::cleanup() {
 }
 
 void ActivityMonitorTest::minutesBecomeSessions() {
-    const QDateTime stayStart = m_clock->now();
-    tick(5);
-    QVERIFY(m_store->sessions().isEmpty());
-    tick(1); // the sixth tick completes a minute
+    // Whole minutes and switches are the month test's part; here the remainder when tracking
+    // stops.
+    tick(7); // a minute, and ten seconds over
     QCOMPARE(m_store->sessions().size(), 1);
-    tick(7); // thirteen ticks: a second minute at the twelfth, ten seconds left over
-    QCOMPARE(m_store->sessions().size(), 2);
-    const ActivitySession& first = m_store->sessions()[0];
-    const ActivitySession& second = m_store->sessions()[1];
-    QCOMPARE(first.rawTokens, qint64(8));
-    QCOMPARE(first.tokenType, TokenType::reasoning);
-    QCOMPARE(first.appBundleID, QString("com.microsoft.VSCode"));
-    QCOMPARE(first.appName, QString("Code"));
-    // Every session of one stay starts at the switch; each ends when it was converted.
-    QCOMPARE(first.startTime, Timestamp::fromDateTime(stayStart));
-    QCOMPARE(second.startTime, Timestamp::fromDateTime(stayStart));
-    QCOMPARE(first.endTime, Timestamp::fromDateTime(stayStart.addSecs(60)));
-    QCOMPARE(second.endTime, Timestamp::fromDateTime(stayStart.addSecs(120)));
-
-    // The ten seconds left over are converted when tracking stops: 8 × 1/6 → at least 1.
     m_monitor->stop();
     settle();
-    QCOMPARE(m_store->sessions().size(), 3);
-    QCOMPARE(m_store->sessions()[2].rawTokens, qint64(1));
+    QCOMPARE(m_store->sessions().size(), 2);
+    QCOMPARE(m_store->sessions()[1].rawTokens, qint64(1)); // 8 × 1/6 → at least 1
 }
 
-void ActivityMonitorTest::switchingAwayFlushesTheStay() {
-    tick(4);
-    m_workspace.activate(app("com.tinyspeck.slackmacgap", "Slack")); // Messaging: output, 28
-    settle();
-    QCOMPARE(m_store->sessions().size(), 1);
-    QCOMPARE(m_store->sessions()[0].rawTokens, qint64(5)); // 8 × 40/60 = 5.33
-    QCOMPARE(m_store->sessions()[0].appName, QString("Code"));
-
-    // Switching on before the first tick of a stay records nothing.
-    m_workspace.activate(app("org.mozilla.firefox", "Firefox"));
-    settle();
-    QCOMPARE(m_store->sessions().size(), 1);
-
-    tick(6);
-    QCOMPARE(m_store->sessions().size(), 2);
-    QCOMPARE(m_store->sessions()[1].tokenType, TokenType::input);
-    QCOMPARE(m_store->sessions()[1].rawTokens, qint64(15));
-
+void ActivityMonitorTest::nothingInFrontEndsTheStay() {
     // Nothing in front (the desktop's source of windows gone, say) ends the stay as a switch
     // does; then nothing is counted until an application comes forward.
     tick(2);
     m_workspace.clearFront();
     settle();
-    QCOMPARE(m_store->sessions().size(), 3);
-    QCOMPARE(m_store->sessions()[2].rawTokens, qint64(5)); // 15 × 20/60
+    QCOMPARE(m_store->sessions().size(), 1);
+    QCOMPARE(m_store->sessions()[0].rawTokens, qint64(2)); // 8 × 20/60
     QCOMPARE(m_monitor->currentApp(), QString("\u2014"));
     QCOMPARE(m_monitor->currentRate(), qint64(0));
     tick(30);
-    QCOMPARE(m_store->sessions().size(), 3);
+    QCOMPARE(m_store->sessions().size(), 1);
     m_workspace.activate(app("org.mozilla.firefox", "Firefox"));
     tick(6);
-    QCOMPARE(m_store->sessions().size(), 4);
-    QCOMPARE(m_store->sessions()[3].startTime, m_store->sessions()[2].endTime.addSeconds(300));
+    QCOMPARE(m_store->sessions().size(), 2);
+    QCOMPARE(m_store->sessions()[1].startTime, m_store->sessions()[0].endTime.addSeconds(300));
 }
 
 void ActivityMonitorTest::idleFlushesAndStopsCounting() {
@@ -156,32 +121,6 @@ void ActivityMonitorTest::idleFlushesAndStopsCounting() {
     m_idle.seconds = 0;
     tick(6);
     QCOMPARE(m_store->sessions().size(), 3);
-}
-
-void ActivityMonitorTest::recoveryAfterBreaks_data() {
-    QTest::addColumn<int>("breakMinutes");
-    QTest::addColumn<qint64>("recovered");
-    QTest::newRow("9 min") << 9 << qint64(0);
-    QTest::newRow("11 min") << 11 << qint64(30);
-    QTest::newRow("70 min") << 70 << qint64(1800);
-    QTest::newRow("100 min") << 100 << qint64(1800);
-    QTest::newRow("120 min") << 120 << qint64(0);
-    QTest::newRow("a night") << 600 << qint64(0);
-}
-
-void ActivityMonitorTest::recoveryAfterBreaks() {
-    QFETCH(int, breakMinutes);
-    QFETCH(qint64, recovered);
-    // Earn enough that recovery is not capped by the day's total.
-    m_store->addSession(makeSession(TokenType::input, 5000, m_clock->now()));
-    settle();
-    m_idle.seconds = 1000;
-    tick(1); // idle begins at this tick
-    m_clock->advanceSeconds(qint64(breakMinutes) * 60 - 10);
-    m_idle.seconds = 0;
-    tick(1);
-    settle();
-    QCOMPARE(m_store->recoveredTokens(), recovered);
 }
 
 void ActivityMonitorTest::multiplierAndFloorOfOne() {
@@ -213,7 +152,6 @@ void ActivityMonitorTest::zeroRateAndMissingIdentity() {
     tick(6);
     QCOMPARE(m_store->sessions().size(), 1);
     QCOMPARE(m_store->sessions()[0].appBundleID, QString("unknown"));
-    QCOMPARE(m_store->sessions()[0].appName, QString("Unknown"));
     QCOMPARE(m_store->sessions()[0].tokenType, TokenType::input);
     QCOMPARE(m_monitor->currentApp(), QString("Unknown"));
 }
@@ -241,8 +179,6 @@ void ActivityMonitorTest::claudeInATerminalCountsAsAI() {
     const ActivitySession& s = m_store->sessions().last();
     QCOMPARE(s.tokenType, TokenType::ai);
     QCOMPARE(s.rawTokens, qint64(50));
-    QCOMPARE(s.appBundleID, QString("com.apple.Terminal.GNOME"));
-    QCOMPARE(s.appName, QString("Terminal"));
     // Each switch into the terminal came 60 s after the last check, so each started one.
     QThreadPool::globalInstance()->waitForDone();
     QCOMPARE(checks.load(), 2);
@@ -256,8 +192,6 @@ void ActivityMonitorTest::claudeInATerminalCountsAsAI() {
     m_workspace.activate(app("com.apple.Terminal.GNOME", "Terminal"));
     QThreadPool::globalInstance()->waitForDone();
     QCOMPARE(checks.load(), 3);
-
-    QVERIFY(ActivityMonitor::claudeProcessRunning() == false); // no such process here
 }
 
 void ActivityMonitorTest::publishedValuesAndStop() {
@@ -270,7 +204,6 @@ void ActivityMonitorTest::publishedValuesAndStop() {
     QCOMPARE(m_monitor->currentApp(), QString("\u2014")); // published on a later turn
     settle();
     QCOMPARE(m_monitor->currentApp(), QString("Code"));
-    QCOMPARE(m_monitor->currentTypeRaw(), QString("reasoning"));
     QCOMPARE(m_monitor->currentRate(), qint64(8));
     QCOMPARE(appChanged.count(), 1);
 

@@ -42,7 +42,6 @@ private slots:
     void timeZoneChangeDuringTheDay();
     void daylightSavingNights_data();
     void daylightSavingNights();
-    void midnightThatDoesNotExist();
     void sleepOverMidnight_data();
     void sleepOverMidnight();
     void sleepOverAWeekend();
@@ -288,20 +287,6 @@ void ClockFaultsTest::daylightSavingNights() {
     const QMap<QString, qint64> totals = storedTotals();
     QCOMPARE(totals.value(DayKeys::dayText(date.addDays(-1))), (2 * 60 - 1) * perMinute);
     QCOMPARE(totals.value(DayKeys::dayText(date)), hoursInDay * 60 * perMinute);
-    // Hour buckets keep clock hours: the repeated (or skipped) hour shows as it is.
-    checkConsistent();
-}
-
-void ClockFaultsTest::midnightThatDoesNotExist() {
-    // São Paulo moved its clocks forward at midnight: 4 November 2018 began at 01:00.
-    TimeZoneScope tz("America/Sao_Paulo");
-    startAt(QDateTime(QDate(2018, 11, 3), QTime(23, 0)));
-    m_time->minutes(60); // 23:00 to 01:00 of the 4th, one real hour
-    QCOMPARE(m_store->day(), QDate(2018, 11, 4));
-    QCOMPARE(m_clock->now().toLocalTime().time(), QTime(1, 0));
-    m_time->minutes(30);
-    QCOMPARE(storedTotals(), (QMap<QString, qint64>{{"2018-11-03", 59 * perMinute},
-                                                    {"2018-11-04", 31 * perMinute}}));
     checkConsistent();
 }
 
@@ -359,20 +344,33 @@ void ClockFaultsTest::sleepOverAWeekend() {
 // --- The calendar ------------------------------------------------------------------------
 
 void ClockFaultsTest::yearBoundaryAndLeapDay_data() {
-    QTest::addColumn<QDate>("first");
-    QTest::newRow("New Year's Eve") << QDate(2026, 12, 31);
-    QTest::newRow("into a leap day") << QDate(2028, 2, 28);
-    QTest::newRow("out of a leap day") << QDate(2028, 2, 29);
+    QTest::addColumn<QByteArray>("zone");
+    QTest::addColumn<QDateTime>("start");
+    QTest::addColumn<qint64>("firstDayMinutes"); // of 90 minutes worked from the start
+    const QTime late(23, 30);
+    QTest::newRow("New Year's Eve")
+        << QByteArray("UTC") << QDateTime(QDate(2026, 12, 31), late) << 29ll;
+    QTest::newRow("into a leap day")
+        << QByteArray("UTC") << QDateTime(QDate(2028, 2, 28), late) << 29ll;
+    QTest::newRow("out of a leap day")
+        << QByteArray("UTC") << QDateTime(QDate(2028, 2, 29), late) << 29ll;
+    // São Paulo moved its clocks forward at midnight: 4 November 2018 began at 01:00.
+    QTest::newRow("a midnight that does not exist")
+        << QByteArray("America/Sao_Paulo") << QDateTime(QDate(2018, 11, 3), QTime(23, 0)) << 59ll;
 }
 
 void ClockFaultsTest::yearBoundaryAndLeapDay() {
-    QFETCH(QDate, first);
-    const QDate second = first.addDays(1);
-    startAt(QDateTime(first, QTime(23, 30)));
-    m_time->minutes(60);
+    QFETCH(QByteArray, zone);
+    QFETCH(QDateTime, start);
+    QFETCH(qint64, firstDayMinutes);
+    TimeZoneScope tz(zone.constData());
+    const QDate first = start.date(), second = first.addDays(1);
+    startAt(QDateTime(first, start.time())); // local time in the zone
+    m_time->minutes(90);
     QCOMPARE(m_store->day(), second);
-    QCOMPARE(storedTotals(), (QMap<QString, qint64>{{DayKeys::dayText(first), 29 * perMinute},
-                                                    {DayKeys::dayText(second), 31 * perMinute}}));
+    QCOMPARE(storedTotals(), (QMap<QString, qint64>{
+                                 {DayKeys::dayText(first), firstDayMinutes * perMinute},
+                                 {DayKeys::dayText(second), (90 - firstDayMinutes) * perMinute}}));
     m_store->waitForHistory();
     const QList<DayRow>& rows = m_store->history().extendedHistory;
     QCOMPARE(rows.size(), 2);

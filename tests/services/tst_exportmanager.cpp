@@ -43,14 +43,10 @@ private slots:
     void initTestCase();
     void init();
     void csvRows();
-    void csvQuoting_data();
-    void csvQuoting();
     void exportThroughTheChooser();
     void summaryOfADay();
     void summaryWithoutSessions_data();
     void summaryWithoutSessions();
-    void mediumDates_data();
-    void mediumDates();
 
 private:
     void storeDay(const QDate& day, const QList<ActivitySession>& sessions);
@@ -121,31 +117,6 @@ void ExportManagerTest::csvRows() {
     // Saturation follows the baseline setting.
     m_db->setInteger(AppPreferences::dailyTokenBaseline, 20);
     QVERIFY(formatter.csv().endsWith("12 AM,\"Line\nBreak\",50.0"));
-}
-
-void ExportManagerTest::csvQuoting_data() {
-    QTest::addColumn<QString>("name");
-    QTest::addColumn<QString>("field");
-    QTest::newRow("plain") << "Visual Studio Code"
-                           << "Visual Studio Code";
-    QTest::newRow("comma") << "Mail, Calendar"
-                           << "\"Mail, Calendar\"";
-    QTest::newRow("quotes") << "The \"Best\" App"
-                            << "\"The \"\"Best\"\" App\"";
-    QTest::newRow("line feed") << "a\nb"
-                               << "\"a\nb\"";
-    QTest::newRow("carriage return only") << "a\rb"
-                                          << "a\rb";
-    QTest::newRow("semicolon") << "a;b"
-                               << "a;b";
-    QTest::newRow("empty") << ""
-                           << "";
-}
-
-void ExportManagerTest::csvQuoting() {
-    QFETCH(QString, name);
-    QFETCH(QString, field);
-    QCOMPARE(ExportFormatter::csvField(name), field);
 }
 
 void ExportManagerTest::exportThroughTheChooser() {
@@ -251,25 +222,6 @@ void ExportManagerTest::summaryWithoutSessions() {
              "|------|--------|-------|\n"
              "\n" +
                  line);
-}
-
-void ExportManagerTest::mediumDates_data() {
-    QTest::addColumn<QString>("locale");
-    QTest::addColumn<QString>("text");
-    QTest::newRow("American English") << "en_US"
-                                      << "Nov 15, 2026";
-    QTest::newRow("British English") << "en_GB"
-                                     << "15 Nov 2026";
-    QTest::newRow("French") << "fr_FR"
-                            << "15 nov. 2026";
-    QTest::newRow("Japanese") << "ja_JP"
-                              << "2026年11月15日";
-}
-
-void ExportManagerTest::mediumDates() {
-    QFETCH(QString, locale);
-    QFETCH(QString, text);
-    QCOMPARE(ExportFormatter::mediumDate(QDate(2026, 11, 15), QLocale(locale)), text);
 }
 
 QTEST_GUILESS_MAIN(ExportManagerTest)

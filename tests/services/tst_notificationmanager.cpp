@@ -52,13 +52,10 @@ private slots:
     void temperatureStretchAndCooldown();
     void temperatureAtThresholdOrSwitchedOffClearsStretch();
     void newDayForgetsYesterdaysAlert();
-    void digestTimeTextsAndIdentifier();
     void digestVerdicts_data();
     void digestVerdicts();
     void digestReplacedUntilItsTimeThenLeftAlone();
-    void digestSwitchedOffIsRemoved();
     void storeDrivesThresholdAndDigest();
-    void permissionAnswersLater();
     void unrepresentableSettingsStopTheProcess();
     void hugeBudgetsNeverStopTheProcess();
 
@@ -111,12 +108,6 @@ void NotificationManagerTest::thresholdAtAndBelow() {
     const NotificationRequest& r = m_sink.added.first();
     QCOMPARE(r.identifier, QStringLiteral("threshold"));
     QCOMPARE(r.title, QStringLiteral("Cognitive load at %1%").arg(percent ? percent : 80));
-    QCOMPARE(r.body, QStringLiteral("You've used %1 tokens today. Consider a short break before "
-                                    "pushing further.")
-                         .arg(total == 20300 ? "20.3k"
-                              : total == 330 ? "330"
-                                             : "20.0k"));
-    QVERIFY(r.sound);
     QVERIFY(!r.trigger);
 }
 
@@ -163,9 +154,7 @@ void NotificationManagerTest::temperatureStretchAndCooldown() {
     QCOMPARE(m_sink.added.size(), 1);
     const NotificationRequest& r = m_sink.added.first();
     QCOMPARE(r.identifier, QStringLiteral("high-temp-1731662400"));
-    QCOMPARE(r.title, QStringLiteral("High cognitive flux"));
-    QCOMPARE(r.body, QStringLiteral("Your work has been highly varied for 20+ minutes. A short "
-                                    "break helps consolidate learning."));
+    QVERIFY(r.body.contains("for 20+ minutes"));
     QVERIFY(!r.trigger);
     QCOMPARE(m_db->real(AppPreferences::notifHighTempFiredTime), 1731662400.0);
 
@@ -202,18 +191,10 @@ void NotificationManagerTest::temperatureAtThresholdOrSwitchedOffClearsStretch()
     QVERIFY(!manager.highTempStart());
     manager.checkTemperature(qQNaN());
     QVERIFY(!manager.highTempStart());
-
     manager.checkTemperature(0.8);
-    const QDateTime started = clock.now();
-    clock.advanceSeconds(19 * 60);
     m_db->setBool(AppPreferences::proTempAlertEnabled, false);
     manager.checkTemperature(0.8);
     QVERIFY(!manager.highTempStart());
-    m_db->setBool(AppPreferences::proTempAlertEnabled, true);
-    clock.advanceSeconds(2 * 60); // 21 minutes after the first start, but the stretch restarted
-    manager.checkTemperature(0.8);
-    QVERIFY(m_sink.added.isEmpty());
-    QVERIFY(*manager.highTempStart() > started);
 }
 
 void NotificationManagerTest::newDayForgetsYesterdaysAlert() {
@@ -237,40 +218,20 @@ void NotificationManagerTest::newDayForgetsYesterdaysAlert() {
     QCOMPARE(m_sink.added.size(), 2);
 }
 
-void NotificationManagerTest::digestTimeTextsAndIdentifier() {
-    TimeZoneScope tz("UTC");
-    FakeClock clock(QDateTime(QDate(2024, 11, 15), QTime(9, 0), Qt::UTC));
-    NotificationManager manager(m_sink, *m_db, clock);
-    m_db->setBool(AppPreferences::proEndOfDayEnabled, true);
-    m_db->setReal(AppPreferences::proEndOfDayTime, 66659); // 18:30:59 → 18:30
-
-    manager.scheduleEndOfDayDigest(18200);
-    QCOMPARE(m_sink.calls, QStringList({"remove eod-1731628800.0", "add eod-1731628800.0"}));
-    const NotificationRequest& r = m_sink.added.first();
-    QCOMPARE(r.title, QStringLiteral("Today: 18.2k tokens"));
-    QCOMPARE(r.body, heavyVerdict); // 18200 of 25000 is 72%
-    QCOMPARE(r.trigger, (CalendarTrigger{2024, 11, 15, 18, 30}));
-    QVERIFY(r.sound);
-
-    // The default time is 18:30 too.
-    m_db->remove(AppPreferences::proEndOfDayTime);
-    manager.scheduleEndOfDayDigest(999);
-    QCOMPARE(m_sink.added.last().trigger, (CalendarTrigger{2024, 11, 15, 18, 30}));
-    QCOMPARE(m_sink.added.last().title, QStringLiteral("Today: 999 tokens"));
-}
-
 void NotificationManagerTest::digestVerdicts_data() {
     QTest::addColumn<qint64>("total");
     QTest::addColumn<QString>("verdict");
     // Baseline 1000, so the total in tenths is the percentage.
-    QTest::newRow("39%") << qint64(399) << lightVerdict;
-    QTest::newRow("40%") << qint64(400) << balancedVerdict;
-    QTest::newRow("69%") << qint64(699) << balancedVerdict;
-    QTest::newRow("70%") << qint64(700) << heavyVerdict;
-    QTest::newRow("89%") << qint64(899) << heavyVerdict;
-    QTest::newRow("90%") << qint64(900) << overloadedVerdict;
-    QTest::newRow("250%") << qint64(2500) << overloadedVerdict;
-    QTest::newRow("nothing") << qint64(0) << lightVerdict;
+    for (const auto& [total, verdict] :
+         std::initializer_list<std::pair<qint64, QString>>{{0, lightVerdict},
+                                                           {399, lightVerdict},
+                                                           {400, balancedVerdict},
+                                                           {699, balancedVerdict},
+                                                           {700, heavyVerdict},
+                                                           {899, heavyVerdict},
+                                                           {900, overloadedVerdict},
+                                                           {2500, overloadedVerdict}})
+        QTest::newRow(qPrintable(QString::number(total / 10.0) + "%")) << total << verdict;
 }
 
 void NotificationManagerTest::digestVerdicts() {
@@ -318,16 +279,6 @@ void NotificationManagerTest::digestReplacedUntilItsTimeThenLeftAlone() {
     QCOMPARE(m_sink.added.last().trigger, (CalendarTrigger{2026, 5, 31, 18, 30}));
 }
 
-void NotificationManagerTest::digestSwitchedOffIsRemoved() {
-    FakeClock clock(local(2026, 5, 30, 9));
-    NotificationManager manager(m_sink, *m_db, clock);
-    const QString id = NotificationManager::digestIdentifier(clock.now());
-    manager.scheduleEndOfDayDigest(5000);
-    manager.cancelEndOfDayDigest();
-    QCOMPARE(m_sink.calls, QStringList({"remove " + id, "remove " + id}));
-    QVERIFY(m_sink.added.isEmpty());
-}
-
 void NotificationManagerTest::storeDrivesThresholdAndDigest() {
     FakeClock clock(local(2026, 5, 30, 10));
     m_db->setBool(AppPreferences::proAlertEnabled, true);
@@ -349,19 +300,6 @@ void NotificationManagerTest::storeDrivesThresholdAndDigest() {
     QCOMPARE(m_sink.added.last().body, overloadedVerdict);
     for (QThread* t : std::as_const(m_sink.addedOnThread))
         QCOMPARE(t, QThread::currentThread());
-}
-
-void NotificationManagerTest::permissionAnswersLater() {
-    FakeClock clock(local(2026, 5, 30, 10));
-    NotificationManager manager(m_sink, *m_db, clock);
-    for (bool grant : {true, false}) {
-        m_sink.grant = grant;
-        std::optional<bool> answer;
-        manager.requestPermission([&](bool granted) { answer = granted; });
-        QVERIFY(!answer); // never inside the call
-        QTRY_VERIFY(answer.has_value());
-        QCOMPARE(*answer, grant);
-    }
 }
 
 void NotificationManagerTest::unrepresentableSettingsStopTheProcess() {

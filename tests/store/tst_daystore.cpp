@@ -43,12 +43,9 @@ class DayStoreTest : public QObject {
 private slots:
     void init();
     void ledgerTotalsAndRecovery();
-    void emptyBatchWritesNothing();
     void loadKeepsWhatBeganToday();
     void corruptDayIsSetAsideAndReplaced();
     void unreadableDayIsMergedNotOverwritten();
-    void dayWrittenFromOutsideIsTakenIn();
-    void recordAfterMidnightStartsTheNewDay();
     void recoveryIsLoadedAsStored();
     void wake();
     void developerReset();
@@ -109,16 +106,6 @@ void DayStoreTest::ledgerTotalsAndRecovery() {
     QCOMPARE(reloaded.sessions().size(), 3);
     QCOMPARE(reloaded.recoveredTokens(), qint64(30));
     QCOMPARE(reloaded.totalWeighted(), qint64(15));
-}
-
-void DayStoreTest::emptyBatchWritesNothing() {
-    FakeClock clock(local(2026, 5, 30, 10));
-    DayStore store(*m_db, clock);
-    QSignalSpy writes(m_db.get(), &Defaults::valueChanged);
-    store.addSessions({});
-    settle();
-    QCOMPARE(writes.count(), 0);
-    QVERIFY(m_db->keys().isEmpty());
 }
 
 void DayStoreTest::loadKeepsWhatBeganToday() {
@@ -195,43 +182,6 @@ void DayStoreTest::unreadableDayIsMergedNotOverwritten() {
     QCOMPARE(store.grossTokens(), qint64(33));
     const auto stored = SessionCodec::decodeDay(*m_db->data("mindmeter.sessions.2026-05-30"));
     QCOMPARE(*stored, store.sessions());
-}
-
-void DayStoreTest::dayWrittenFromOutsideIsTakenIn() {
-    // `defaults write` of today from another process (the real tracker: tst_storefaults).
-    FakeClock clock(local(2026, 5, 30, 10));
-    DayStore store(*m_db, clock);
-    store.addSession(makeSession(TokenType::reasoning, 10, clock.now()));
-    settle();
-    m_db->watchForExternalChanges();
-    std::unique_ptr<SqliteDefaults> other = SqliteDefaults::open(m_db->path());
-    QVERIFY(other);
-    const QList<ActivitySession> written = {makeSession(TokenType::ai, 4, local(2026, 5, 30, 8))};
-    other->setData("mindmeter.sessions.2026-05-30", SessionCodec::encodeDay(written));
-    QTRY_COMPARE(store.sessions(), written); // shown at once, without a write
-    QCOMPARE(store.totalWeighted(), qint64(10));
-}
-
-void DayStoreTest::recordAfterMidnightStartsTheNewDay() {
-    FakeClock clock(local(2026, 5, 30, 23, 59));
-    DayStore store(*m_db, clock);
-    store.addSession(makeSession(TokenType::output, 1, clock.now()));
-    settle();
-    // Past midnight, before the timer has run (it is late after a sleep, say): the new day
-    // begins first, so yesterday's sessions are neither copied into it nor lost from it.
-    clock.set(local(2026, 5, 31, 0, 0).addSecs(30));
-    const ActivitySession late = makeSession(TokenType::output, 2, clock.now());
-    store.addSession(late);
-    settle();
-    QCOMPARE(store.lastResetDate(), local(2026, 5, 31));
-    QCOMPARE(store.sessions(), QList<ActivitySession>{late});
-    QCOMPARE(store.totalWeighted(), qint64(4));
-    QCOMPARE(SessionCodec::decodeDay(*m_db->data("mindmeter.sessions.2026-05-30"))->size(), 1);
-    QCOMPARE(*SessionCodec::decodeDay(*m_db->data("mindmeter.sessions.2026-05-31")),
-             QList<ActivitySession>{late});
-    QVERIFY(qAbs(store.midnightTimerRemaining() - (24 * 3600 - 30) * 1000) < 2000);
-    DayStore reloaded(*m_db, clock);
-    QCOMPARE(reloaded.sessions(), QList<ActivitySession>{late});
 }
 
 void DayStoreTest::recoveryIsLoadedAsStored() {

@@ -18,7 +18,6 @@ private slots:
     void initTestCase();
     void init();
     void saturationAndTemperature();
-    void hourLabels();
     void velocityCountsSessionsStartedInTheLastHour();
     void bucketsAfterMidnight();
     void bucketsOnFallBackNight();
@@ -86,13 +85,6 @@ void HistoryTest::saturationAndTemperature() {
     settle();
     QCOMPARE(store.contextSaturation(), 0.1);
     QCOMPARE(store.temperature(), 0.5);
-}
-
-void HistoryTest::hourLabels() {
-    const QList<QPair<int, QString>> cases = {{0, "12 AM"},  {1, "1 AM"},  {11, "11 AM"},
-                                              {12, "12 PM"}, {13, "1 PM"}, {23, "11 PM"}};
-    for (const auto& [hour, label] : cases)
-        QCOMPARE(LoadMetrics::hourLabel(hour), label);
 }
 
 void HistoryTest::velocityCountsSessionsStartedInTheLastHour() {

@@ -11,46 +11,19 @@ TestCase {
     visible: true
     when: windowShown
 
-    QtObject {
-        id: fakeStore
-        property real totalWeighted: 0
-        property var tokensByType: ({})
-        property real temperature: 0
-        property real contextSaturation: 0
-        property var weeklyData: []
-        property var historicalDays: []
-        property var peakHourData: undefined
-        property var weekOverWeekData: undefined
-        property var peakDayOfWeek: undefined
-    }
-    QtObject {
-        id: fakeMonitor
-        property string currentApp: "Terminal"
-        property string currentType: "reasoning"
-        property int currentRate: 8
-        property real tokenVelocity: 0
-        property var hourlyData: []
-    }
-    QtObject {
-        id: fakeContext
-        property string modeLabel: "Deep Work"
-        property string modeSymbol: "chevron.left.forwardslash.chevron.right"
-        property real multiplier: 1.4
-        property int switchesLastHour: 0
-    }
-    QtObject { id: fakeSpotlight; property var activeProject: undefined }
-    QtObject { id: fakePreferences; property real dailyBaseline: 25000; property real dailyGoal: 20000 }
+    Fakes { id: fakes }
+    function init() { failOnWarning(/.?/) } // any warning fails the test
 
-    Component { id: temperatureCard; TemperatureCard { width: 180; store: fakeStore } }
-    Component { id: saturationCard; SaturationCard { width: 180; store: fakeStore } }
-    Component { id: breakdownCard; TokenBreakdownCard { width: 360; store: fakeStore } }
-    Component { id: activityCard; CurrentActivityCard { width: 360; monitor: fakeMonitor } }
-    Component { id: modeCard; SessionModeCard { width: 360; context: fakeContext; spotlight: fakeSpotlight } }
-    Component { id: goalCard; DailyGoalCard { width: 360; store: fakeStore; preferences: fakePreferences } }
-    Component { id: trendsCard; TrendsCard { width: 360; store: fakeStore } }
-    Component { id: historyCard; DailyHistoryCard { width: 360; store: fakeStore; preferences: fakePreferences } }
-    Component { id: velocityCard; VelocityChartCard { width: 360; monitor: fakeMonitor } }
-    Component { id: weeklyCard; WeeklyChartCard { width: 360; store: fakeStore } }
+    Component { id: temperatureCard; TemperatureCard { width: 180; store: fakes.store } }
+    Component { id: saturationCard; SaturationCard { width: 180; store: fakes.store } }
+    Component { id: breakdownCard; TokenBreakdownCard { width: 360; store: fakes.store } }
+    Component { id: activityCard; CurrentActivityCard { width: 360; monitor: fakes.monitor } }
+    Component { id: modeCard; SessionModeCard { width: 360; context: fakes.context; spotlight: fakes.spotlight } }
+    Component { id: goalCard; DailyGoalCard { width: 360; store: fakes.store; preferences: fakes.preferences } }
+    Component { id: trendsCard; TrendsCard { width: 360; store: fakes.store } }
+    Component { id: historyCard; DailyHistoryCard { width: 360; store: fakes.store; preferences: fakes.preferences } }
+    Component { id: velocityCard; VelocityChartCard { width: 360; monitor: fakes.monitor } }
+    Component { id: weeklyCard; WeeklyChartCard { width: 360; store: fakes.store } }
 
     function make(component) {
         const item = createTemporaryObject(component, test)
@@ -81,7 +54,7 @@ TestCase {
         ]
     }
     function test_temperatureTiers(row) {
-        fakeStore.temperature = row.v
+        fakes.store.temperature = row.v
         const card = make(temperatureCard)
         compare(child(card, "value").text, row.text)
         compare(child(card, "tier").text, row.word)
@@ -97,7 +70,7 @@ TestCase {
         ]
     }
     function test_saturationTiers(row) {
-        fakeStore.contextSaturation = row.v
+        fakes.store.contextSaturation = row.v
         const card = make(saturationCard)
         compare(child(card, "tier").text, row.word)
         sameColor(child(card, "value").color, row.color, "tier colour")
@@ -105,25 +78,25 @@ TestCase {
     }
 
     function test_gaugeKeepsADotAtZero() {
-        fakeStore.contextSaturation = 0
+        fakes.store.contextSaturation = 0
         const card = make(saturationCard)
         compare(child(child(card, "gauge"), "fill").width, 4)
-        fakeStore.contextSaturation = 0.5
+        fakes.store.contextSaturation = 0.5
         const gauge = child(card, "gauge")
         fuzzyCompare(child(gauge, "fill").width, gauge.width * 0.5, 0.01)
     }
 
     function test_breakdown() {
-        fakeStore.totalWeighted = 0
-        fakeStore.tokensByType = {}
+        fakes.store.totalWeighted = 0
+        fakes.store.tokensByType = {}
         let card = make(breakdownCard)
         for (const type of ["reasoning", "output", "input", "ai"]) {
             const row = child(card, "row_" + type)
             compare(child(row, "count").text, "0")
             compare(child(row, "fill").width, 0)
         }
-        fakeStore.totalWeighted = 1500
-        fakeStore.tokensByType = { ai: 1500 }
+        fakes.store.totalWeighted = 1500
+        fakes.store.tokensByType = { ai: 1500 }
         card = make(breakdownCard)
         const ai = child(card, "row_ai")
         compare(child(ai, "count").text, "1500") // plain, not 1.5k
@@ -133,39 +106,39 @@ TestCase {
     }
 
     function test_currentActivity() {
-        fakeMonitor.currentRate = 8
+        fakes.monitor.currentRate = 8
         let card = make(activityCard)
         compare(child(card, "pillText").text, "Reasoning")
         sameColor(child(card, "dot").color, Theme.purple, "earning dot")
-        fakeMonitor.currentRate = 0
+        fakes.monitor.currentRate = 0
         compare(child(card, "pillText").text, "no tokens")
         sameColor(child(card, "dot").color, Theme.faded(Theme.gray, 0.4), "idle dot")
         compare(child(card, "app").text, "Terminal")
     }
 
     function test_modeCard() {
-        fakeContext.multiplier = 1.0
+        fakes.context.multiplier = 1.0
         const card = make(modeCard)
         verify(!child(card, "multiplierLine").visible)
-        fakeContext.multiplier = 1.5
+        fakes.context.multiplier = 1.5
         verify(child(card, "multiplierLine").visible)
         compare(child(card, "multiplier").text, "\u00d71.5 token multiplier")
         sameColor(child(card, "multiplierArrow").color, Theme.green, "up arrow")
-        fakeContext.multiplier = 0.5
+        fakes.context.multiplier = 0.5
         compare(child(card, "multiplier").text, "\u00d70.5 token multiplier")
         sameColor(child(card, "multiplierArrow").color, Theme.orange, "down arrow")
 
         for (const [count, text] of [[0, "0 app switches this hour"], [1, "1 app switch this hour"],
                                       [7, "7 app switches this hour"]]) {
-            fakeContext.switchesLastHour = count
+            fakes.context.switchesLastHour = count
             compare(child(card, "switches").text, text)
         }
         verify(!child(card, "projectLine").visible)
-        fakeSpotlight.activeProject = "mindmeter"
+        fakes.spotlight.activeProject = "mindmeter"
         verify(child(card, "projectLine").visible)
         compare(child(card, "project").text, "mindmeter")
-        fakeSpotlight.activeProject = undefined
-        fakeContext.modeLabel = "Fragmented"
+        fakes.spotlight.activeProject = undefined
+        fakes.context.modeLabel = "Fragmented"
         sameColor(child(card, "modeLabel").color, Theme.red, "fragmented is red")
     }
 
@@ -181,14 +154,14 @@ TestCase {
         ]
     }
     function test_goal(row) {
-        fakeStore.totalWeighted = row.total
-        fakePreferences.dailyGoal = row.goal
+        fakes.store.totalWeighted = row.total
+        fakes.preferences.dailyGoal = row.goal
         const card = make(goalCard)
         compare(child(card, "percent").text, row.percent)
         compare(child(card, "status").text, row.status)
         sameColor(child(card, "percent").color, row.color, "progress colour")
         verify(child(card, "fill").width >= 4)
-        fakePreferences.dailyGoal = 20000
+        fakes.preferences.dailyGoal = 20000
     }
 
     function test_trends_data() {
@@ -201,22 +174,22 @@ TestCase {
         ]
     }
     function test_trends(row) {
-        fakeStore.weekOverWeekData = { "this": 12300, "last": 10000, "change": row.change }
-        fakeStore.peakDayOfWeek = "Tuesday"
+        fakes.store.weekOverWeekData = { "this": 12300, "last": 10000, "change": row.change }
+        fakes.store.peakDayOfWeek = "Tuesday"
         const card = make(trendsCard)
         compare(child(card, "change").text, row.text)
         sameColor(child(card, "change").color, row.color, "change colour")
         compare(child(card, "thisWeek").text, "12.3k")
         verify(!child(card, "empty").visible)
         compare(child(card, "peakDayText").text, "Heaviest day: Tuesday")
-        fakeStore.weekOverWeekData = undefined
-        fakeStore.peakDayOfWeek = undefined
+        fakes.store.weekOverWeekData = undefined
+        fakes.store.peakDayOfWeek = undefined
         verify(child(card, "empty").visible)
         verify(!child(card, "peakDay").visible)
     }
 
     function test_historyColoursFollowTheBudget() {
-        fakeStore.historicalDays = [
+        fakes.store.historicalDays = [
             { label: "Today", tokens: 10000, isToday: true },   // 0.4 of 25000: blue
             { label: "Yest.", tokens: 21250, isToday: false },  // 0.85: red
             { label: "Mon", tokens: 0, isToday: false },        // still a stub
@@ -228,18 +201,18 @@ TestCase {
         sameColor(fills[1].color, Theme.faded(Theme.red, 0.6), "0.85 of the budget")
         compare(fills[2].width, 3)
         fuzzyCompare(fills[1].width, fills[1].parent.width, 0.01) // the best day fills the track
-        fakeStore.historicalDays = []
+        fakes.store.historicalDays = []
         verify(child(card, "empty").visible)
     }
 
     function test_chartsWithNothingToShow() {
-        fakeMonitor.hourlyData = [0, 1, 2, 3, 4, 5, 6, 7].map(h => ({ hour: h, label: h + " AM", tokens: 0 }))
+        fakes.monitor.hourlyData = [0, 1, 2, 3, 4, 5, 6, 7].map(h => ({ hour: h, label: h + " AM", tokens: 0 }))
         const velocity = make(velocityCard)
         const bars = findChildren(velocity, "bar")
         compare(bars.length, 8)
         for (const bar of bars)
             compare(bar.height, 3)
-        fakeStore.weeklyData = []
+        fakes.store.weeklyData = []
         const weekly = make(weeklyCard)
         verify(child(weekly, "empty").visible)
         verify(!child(weekly, "bars").visible)
@@ -247,7 +220,7 @@ TestCase {
     }
 
     function test_velocityBarColours() {
-        fakeMonitor.hourlyData = [{ hour: 1, label: "1 AM", tokens: 33 }, { hour: 2, label: "2 AM", tokens: 34 },
+        fakes.monitor.hourlyData = [{ hour: 1, label: "1 AM", tokens: 33 }, { hour: 2, label: "2 AM", tokens: 34 },
                               { hour: 3, label: "3 AM", tokens: 67 }, { hour: 4, label: "4 AM", tokens: 100 }]
         const bars = findChildren(make(velocityCard), "bar")
         sameColor(bars[0].color, Theme.faded(Theme.green, 0.75), "0.33")

@@ -11,77 +11,21 @@ TestCase {
     visible: true
     when: windowShown
 
-    QtObject {
-        id: fakeStore
-        property real totalWeighted: 12345
-        property var tokensByType: ({ reasoning: 12345 })
-        property real temperature: 0
-        property real contextSaturation: 0.5
-        property var weeklyData: []
-        property var historicalDays: []
-        property var peakHourData: undefined
-        property var weekOverWeekData: undefined
-        property var peakDayOfWeek: undefined
-    }
-    QtObject {
-        id: fakeMonitor
-        property string currentApp: "Terminal"
-        property string currentType: "reasoning"
-        property int currentRate: 8
-        property real tokenVelocity: 0
-        property var hourlyData: []
-    }
-    QtObject {
-        id: fakeContext
-        property string modeLabel: "Idle"
-        property string modeSymbol: "moon"
-        property real multiplier: 1.0
-        property int switchesLastHour: 0
-    }
-    QtObject { id: fakeSpotlight; property var activeProject: undefined }
-    QtObject {
-        id: fakeChecker
-        property bool updateAvailable: false
-        property string latestVersion: "1.5.0"
-        property int downloads: 0
-        signal downloadFinished(bool success)
-        function downloadAndOpenUpdate() { ++downloads }
-    }
-    QtObject {
-        id: fakeExporter
-        property int copies: 0
-        property int exports: 0
-        function copyMarkdownSummary() { ++copies }
-        function exportCSV() { ++exports }
-    }
-    QtObject {
-        id: fakePreferences
-        property bool hasLaunchedBefore: false
-        property bool goalEnabled: false
-        property real dailyGoal: 20000
-        property real dailyBaseline: 25000
-    }
-    QtObject {
-        id: fakeEvents
-        property int onboardingCompletions: 0
-        function postOnboardingComplete() { ++onboardingCompletions }
-    }
-
-    QtObject {
-        id: fakeNote
-        property string icon: "desktopcomputer"
-        property string colour: "orange"
-        property string title: "One extension needed"
-        property string description: "Turn it on"
-    }
+    Fakes { id: fakes }
+    function init() { failOnWarning(/.?/) } // any warning fails the test
 
     Component {
         id: rootView
         RootPopoverView {
-            store: fakeStore; monitor: fakeMonitor; context: fakeContext; spotlight: fakeSpotlight
-            checker: fakeChecker; exporter: fakeExporter; preferences: fakePreferences; events: fakeEvents
-            onboardingNote: fakeNote
+            store: fakes.store; monitor: fakes.monitor; context: fakes.context; spotlight: fakes.spotlight
+            checker: fakes.checker; exporter: fakes.exporter; preferences: fakes.preferences; events: fakes.events
+            onboardingNote: fakes.onboardingNote
         }
+    }
+
+    // `realMembers` (set by tst_views.cpp) lists each real object's members by role.
+    function test_fakesOfferOnlyWhatTheRealObjectsHave() {
+        compare(fakes.drift(realMembers), [])
     }
 
     function make() {
@@ -92,8 +36,8 @@ TestCase {
     }
 
     function test_firstLaunchShowsTheWelcomePage() {
-        fakePreferences.hasLaunchedBefore = false
-        fakeEvents.onboardingCompletions = 0
+        fakes.preferences.hasLaunchedBefore = false
+        fakes.events.testOnboardingCompletions = 0
         const root = make()
         compare(root.width, 380)
         compare(root.height, 460)
@@ -102,21 +46,21 @@ TestCase {
         // The last row says what the desktop's backend says, and follows it.
         const note = findChild(root, "noteRow")
         compare(note.title, "One extension needed")
-        fakeNote.title = "Shell extension on"
+        fakes.onboardingNote.title = "Shell extension on"
         compare(note.title, "Shell extension on")
-        fakeNote.title = "One extension needed"
+        fakes.onboardingNote.title = "One extension needed"
         verify(!findChild(root, "popover"))
         mouseClick(button)
-        compare(fakePreferences.hasLaunchedBefore, true)
-        compare(fakeEvents.onboardingCompletions, 1)
+        compare(fakes.preferences.hasLaunchedBefore, true)
+        compare(fakes.events.testOnboardingCompletions, 1)
         tryVerify(() => findChild(root, "popover") !== null)
         tryVerify(() => findChild(root, "getStarted") === null)
-        compare(fakeEvents.onboardingCompletions, 1)
+        compare(fakes.events.testOnboardingCompletions, 1)
     }
 
     function test_dashboardColumn() {
-        fakePreferences.hasLaunchedBefore = true
-        fakePreferences.goalEnabled = false
+        fakes.preferences.hasLaunchedBefore = true
+        fakes.preferences.goalEnabled = false
         const root = make()
         const dashboard = findChild(root, "dashboard")
         verify(dashboard)
@@ -131,12 +75,12 @@ TestCase {
                                    "GaugeRow", "SessionModeCard", "VelocityChartCard",
                                    "WeeklyChartCard", "DailyHistoryCard", "TrendsCard",
                                    "ExportCard", "AppVersionRow"])
-        fakePreferences.goalEnabled = true
+        fakes.preferences.goalEnabled = true
         tryVerify(() => findChild(root, "DailyGoalCard") !== null)
         const entries = visibleEntries()
         compare(entries.length, 12)
         compare(entries[9], "DailyGoalSlot") // between the trends and the export
-        fakePreferences.goalEnabled = false
+        fakes.preferences.goalEnabled = false
         tryVerify(() => findChild(root, "DailyGoalCard") === null)
 
         // The column scrolls under the header; the header stays.
@@ -149,44 +93,44 @@ TestCase {
     }
 
     function test_exportCard() {
-        fakePreferences.hasLaunchedBefore = true
-        fakeExporter.copies = 0
+        fakes.preferences.hasLaunchedBefore = true
+        fakes.exporter.testCopies = 0
         const root = make()
         const copy = findChild(root, "copy")
         const scroller = findChild(root, "scroller")
         scroller.contentY = scroller.contentHeight - scroller.height
         waitForRendering(root)
         mouseClick(copy)
-        compare(fakeExporter.copies, 1)
+        compare(fakes.exporter.testCopies, 1)
         compare(findChild(copy, "title").text, "Copied!")
         tryCompare(findChild(copy, "title"), "text", "Copy Summary", 3000)
         mouseClick(findChild(root, "csv"))
-        compare(fakeExporter.exports, 1)
+        compare(fakes.exporter.testExports, 1)
     }
 
     function test_updateButton() {
-        fakePreferences.hasLaunchedBefore = true
-        fakeChecker.updateAvailable = false
+        fakes.preferences.hasLaunchedBefore = true
+        fakes.checker.updateAvailable = false
         const root = make()
         const button = findChild(root, "update")
         verify(!button.visible)
-        fakeChecker.updateAvailable = true
+        fakes.checker.updateAvailable = true
         verify(button.visible)
         const text = findChild(root, "updateText")
         compare(text.text, "1.5.0 available")
         const scroller = findChild(root, "scroller")
         scroller.contentY = scroller.contentHeight - scroller.height
         waitForRendering(root)
-        fakeChecker.downloads = 0
+        fakes.checker.testDownloads = 0
         mouseClick(button)
         compare(text.text, "Downloading\u2026")
         mouseClick(button) // nothing further while a download runs
-        compare(fakeChecker.downloads, 1)
-        fakeChecker.downloadFinished(false)
+        compare(fakes.checker.testDownloads, 1)
+        fakes.checker.downloadFinished(false)
         compare(text.text, "Failed \u2014 retry")
         mouseClick(button)
-        compare(fakeChecker.downloads, 2)
-        fakeChecker.downloadFinished(true)
+        compare(fakes.checker.testDownloads, 2)
+        fakes.checker.downloadFinished(true)
         compare(text.text, "1.5.0 available")
         compare(findChild(root, "version").text, "v1.4.5 \u00b7 2026-05-30")
     }

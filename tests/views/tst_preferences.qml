@@ -13,46 +13,12 @@ TestCase {
     visible: true
     when: windowShown
 
-    QtObject {
-        id: fakePreferences
-        property real dailyBaseline: 25000
-        property int idleTimeoutMinutes: 3
-        property string menuBarStyle: "iconAndCount"
-        property string countPlacement: "automatic"
-        property bool alertEnabled: false
-        property real alertThreshold: 80
-        property bool tempAlertEnabled: false
-        property real tempAlertThreshold: 85
-        property real tempAlertMinutes: 20
-        property bool endOfDayEnabled: false
-        property real endOfDayTime: 66600
-        property bool goalEnabled: false
-        property real dailyGoal: 20000
-    }
-    QtObject {
-        id: fakeActions
-        property bool launchAtLogin: false
-        property string launchAtLoginHelp: "Enable to start Mindmeter automatically at login."
-        property int reschedules: 0
-        property var requested: []
-        function setLaunchAtLogin(on) { requested = requested.concat([on]) }
-        function rescheduleDigest() { ++reschedules }
-    }
-    QtObject {
-        id: fakeCategories
-        property var applications: [
-            { bundleID: "org.kde.kate", name: "Kate", category: "Other", ruled: false },
-            { bundleID: "com.discord", name: "Discord", category: "reasoning, 20 per minute", ruled: true }]
-        property var rules: [{ site: true, match: "chat.example.com", target: "AI Tool" }]
-        property var categoryNames: ["AI Tool", "Writing", "Messaging"]
-        property bool rulesUnreadable: false
-        property var calls: []
-        function assign(id, category) { calls = calls.concat([["assign", id, category]]) }
-        function removeRule(site, match) { calls = calls.concat([["remove", site, match]]) }
-    }
+    Fakes { id: fakes }
+    function init() { failOnWarning(/.?/) } // any warning fails the test
+
     Component {
         id: preferencesView
-        PreferencesView { preferences: fakePreferences; actions: fakeActions; categories: fakeCategories }
+        PreferencesView { preferences: fakes.preferences; actions: fakes.actions; categories: fakes.categories }
     }
 
     function make(tab) {
@@ -76,41 +42,41 @@ TestCase {
     }
 
     function test_baselineStepper() {
-        fakePreferences.dailyBaseline = 25000
+        fakes.preferences.dailyBaseline = 25000
         const view = make(0)
         const box = spin(view, "baseline")
         compare(findChild(findChild(view, "baseline"), "valueText").text, "25,000 tokens")
         step(box, 1)
-        compare(fakePreferences.dailyBaseline, 30000)
+        compare(fakes.preferences.dailyBaseline, 30000)
         step(box, 100)
-        compare(fakePreferences.dailyBaseline, 200000)
+        compare(fakes.preferences.dailyBaseline, 200000)
         step(box, -100)
-        compare(fakePreferences.dailyBaseline, 5000)
-        fakePreferences.dailyBaseline = 25000
+        compare(fakes.preferences.dailyBaseline, 5000)
+        fakes.preferences.dailyBaseline = 25000
     }
 
     function test_idleTimeoutChoices() {
-        fakePreferences.idleTimeoutMinutes = 3
+        fakes.preferences.idleTimeoutMinutes = 3
         const view = make(0)
         const combo = findChild(view, "idleTimeout")
         compare(combo.currentText, "3 minutes")
-        fakePreferences.idleTimeoutMinutes = 7 // none of the choices: nothing selected
+        fakes.preferences.idleTimeoutMinutes = 7 // none of the choices: nothing selected
         compare(combo.currentIndex, -1)
-        compare(fakePreferences.idleTimeoutMinutes, 7) // and left as it is
+        compare(fakes.preferences.idleTimeoutMinutes, 7) // and left as it is
         combo.activated(3)
-        compare(fakePreferences.idleTimeoutMinutes, 10)
+        compare(fakes.preferences.idleTimeoutMinutes, 10)
     }
 
     function test_menuBarStyle() {
         const view = make(0)
         verify(findChild(view, "style_iconAndCount").checked)
         mouseClick(findChild(view, "style_countOnly"))
-        compare(fakePreferences.menuBarStyle, "countOnly")
+        compare(fakes.preferences.menuBarStyle, "countOnly")
         verify(!findChild(view, "style_iconAndCount").checked)
         const placement = findChild(view, "countPlacement")
         compare(placement.currentText, "Automatically")
         placement.activated(2)
-        compare(fakePreferences.countPlacement, "inIcon")
+        compare(fakes.preferences.countPlacement, "inIcon")
     }
 
     function test_alertSteppers_data() {
@@ -121,28 +87,28 @@ TestCase {
         ]
     }
     function test_alertSteppers(row) {
-        fakePreferences[row.toggle] = false
+        fakes.preferences[row.toggle] = false
         const view = make(1)
         const stepper = findChild(view, row.name)
         verify(!stepper.visible) // only while its switch is on
-        fakePreferences[row.toggle] = true
+        fakes.preferences[row.toggle] = true
         verify(stepper.visible)
         const box = spin(view, row.name)
         step(box, 1)
-        compare(fakePreferences[row.key], row.start + 5)
+        compare(fakes.preferences[row.key], row.start + 5)
         step(box, 50)
-        compare(fakePreferences[row.key], row.to)
+        compare(fakes.preferences[row.key], row.to)
         step(box, -50)
-        compare(fakePreferences[row.key], row.from)
-        fakePreferences[row.key] = row.start
-        fakePreferences[row.toggle] = false
-        compare(fakePreferences[row.key], row.start) // hidden, not reset
+        compare(fakes.preferences[row.key], row.from)
+        fakes.preferences[row.key] = row.start
+        fakes.preferences[row.toggle] = false
+        compare(fakes.preferences[row.key], row.start) // hidden, not reset
     }
 
     function test_digestTime() {
-        fakePreferences.endOfDayEnabled = true
-        fakePreferences.endOfDayTime = 66600
-        fakeActions.reschedules = 0
+        fakes.preferences.endOfDayEnabled = true
+        fakes.preferences.endOfDayTime = 66600
+        fakes.actions.testReschedules = 0
         const view = make(1)
         const hours = findChild(view, "hours")
         const minutes = findChild(view, "minutes")
@@ -150,35 +116,35 @@ TestCase {
         compare(minutes.displayText, "30")
         minutes.increase()
         minutes.valueModified()
-        compare(fakePreferences.endOfDayTime, 18 * 3600 + 31 * 60)
-        compare(fakeActions.reschedules, 1)
+        compare(fakes.preferences.endOfDayTime, 18 * 3600 + 31 * 60)
+        compare(fakes.actions.testReschedules, 1)
         hours.decrease()
         hours.valueModified()
-        compare(fakePreferences.endOfDayTime, 17 * 3600 + 31 * 60)
-        compare(fakeActions.reschedules, 2)
-        fakePreferences.endOfDayEnabled = false
+        compare(fakes.preferences.endOfDayTime, 17 * 3600 + 31 * 60)
+        compare(fakes.actions.testReschedules, 2)
+        fakes.preferences.endOfDayEnabled = false
         verify(!findChild(view, "deliveryTime").visible)
     }
 
     function test_goal() {
-        fakePreferences.goalEnabled = true
-        fakePreferences.dailyGoal = 20000
+        fakes.preferences.goalEnabled = true
+        fakes.preferences.dailyGoal = 20000
         const view = make(1)
         compare(findChild(findChild(view, "dailyGoal"), "valueText").text, "20k tokens")
         mouseClick(findChild(view, "goalEnabled"))
-        compare(fakePreferences.goalEnabled, false)
+        compare(fakes.preferences.goalEnabled, false)
         verify(!findChild(view, "dailyGoal").visible)
     }
 
     function test_launchAtLogin() {
-        fakeActions.requested = []
+        fakes.actions.testRequested = []
         const view = make(2)
         const toggle = findChild(view, "launchAtLogin")
         compare(toggle.checked, false)
         compare(findChild(view, "launchAtLoginHelp").text, "Enable to start Mindmeter automatically at login.")
         mouseClick(toggle)
-        compare(fakeActions.requested, [true])
-        fakeActions.launchAtLoginHelp = ""
+        compare(fakes.actions.testRequested, [true])
+        fakes.actions.launchAtLoginHelp = ""
         verify(!findChild(view, "launchAtLoginHelp").visible)
     }
 
@@ -192,12 +158,12 @@ TestCase {
         verify(discord.font.bold && !kate.font.bold)
         kate.activated(1)
         mouseClick(findChild(view, "remove_chat.example.com"))
-        compare(fakeCategories.calls, [["assign", "org.kde.kate", "Writing"],
+        compare(fakes.categories.testCalls, [["assign", "org.kde.kate", "Writing"],
                                        ["remove", true, "chat.example.com"]])
         // Nothing can be reassigned on top of rules that cannot be read.
-        fakeCategories.rulesUnreadable = true
+        fakes.categories.rulesUnreadable = true
         verify(!kate.enabled)
         verify(findChild(view, "unreadable").visible)
-        fakeCategories.rulesUnreadable = false
+        fakes.categories.rulesUnreadable = false
     }
 }

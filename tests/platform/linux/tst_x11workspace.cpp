@@ -49,7 +49,6 @@ private slots:
     void activationsCarryTheApplication();
     void runningApplications();
     void idleTimeFollowsInput();
-    void noDisplay();
 
 private:
     QTemporaryDir m_data;
@@ -133,18 +132,6 @@ void X11WorkspaceTest::idleTimeFollowsInput() {
     X11Windows::moveMouse(200, 150);
     QTRY_VERIFY(idle->secondsSinceLastInput() < before);
     QVERIFY(idle->secondsSinceLastInput() < 1.0);
-}
-
-void X11WorkspaceTest::noDisplay() {
-    const QByteArray display = qgetenv("DISPLAY");
-    qunsetenv("DISPLAY");
-    QString error;
-    QVERIFY(!X11Workspace::open(*m_resolver, &error));
-    QVERIFY(error.contains("DISPLAY is not set"));
-    qputenv("DISPLAY", ":4711"); // nobody there
-    QVERIFY(!X11Workspace::open(*m_resolver, &error));
-    QVERIFY(error.contains("cannot connect"));
-    qputenv("DISPLAY", display);
 }
 
 QTEST_GUILESS_MAIN(X11WorkspaceTest)
