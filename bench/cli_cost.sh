@@ -33,13 +33,12 @@ count() {
 echo "| Command | today only | one year | three years |"
 echo "|---|---|---|---|"
 for c in "${commands[@]}"; do
-    # shellcheck disable=SC2086
+    read -ra args <<<"$c"
     line="| \`$c\`"
     base=
     for days in "${sizes[@]}"; do
-        XDG_DATA_HOME=$work/$days "$exe" $c >/dev/null # the first call after the days were written
-        # shellcheck disable=SC2086
-        n=$(count $c)
+        XDG_DATA_HOME=$work/$days "$exe" "${args[@]}" >/dev/null # the first call after the days were written
+        n=$(count "${args[@]}")
         if [ -z "$base" ]; then
             base=$n
             line+=" | $(awk -v n="$n" 'BEGIN { printf "%.1f M", n / 1e6 }')"
