@@ -69,3 +69,18 @@ if [ -n "$update" ]; then
     cp "$work/doc" "$doc"
     echo "docs/benchmarks.md updated"
 fi
+
+# --- The command line at any history: instructions per call on stores of a day, one year and
+# three years (bench/cli_cost.sh), between the "cli table" markers of docs/benchmarks.md.
+cli_table=$("$root/bench/cli_cost.sh" "$build")
+echo
+echo "$cli_table"
+if [ -n "$update" ]; then
+    doc="$root/docs/benchmarks.md"
+    awk -v table="$cli_table" '
+        /<!-- cli table: begin -->/ { print; print table; skip = 1; next }
+        /<!-- cli table: end -->/ { skip = 0 }
+        !skip { print }' "$doc" >"$work/cli-doc"
+    cp "$work/cli-doc" "$doc"
+    echo "docs/benchmarks.md: command-line table updated"
+fi

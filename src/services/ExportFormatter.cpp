@@ -1,14 +1,12 @@
 #include "ExportFormatter.h"
 
 #include "model/AppPreferences.h"
-#include "model/CheckedMath.h"
 #include "model/Format.h"
-#include "model/SessionCodec.h"
 #include "store/DayKeys.h"
 #include "store/DayStore.h"
 #include "store/LoadMetrics.h"
+#include "store/StoredDaySummaries.h"
 
-#include <QHash>
 #include <QRegularExpression>
 
 #include <algorithm>
@@ -18,36 +16,6 @@
 namespace {
 
 const QString separator = QStringLiteral("  \u00b7  ");
-
-// Weighted tokens per local start hour; the busiest hour, the earliest among equals.
-std::optional<int> peakHour(const QList<ActivitySession>& sessions) {
-    if (sessions.isEmpty())
-        return std::nullopt;
-    std::array<qint64, 24> byHour{};
-    for (const ActivitySession& s : sessions) {
-        const int h = LoadMetrics::localHour(s.startTime);
-        byHour[size_t(h)] = checkedAdd(byHour[size_t(h)], s.weightedTokens());
-    }
-    return int(std::max_element(byHour.begin(), byHour.end()) - byHour.begin());
-}
-
-// The application with the most weighted tokens; among equals, the first one met.
-std::optional<QString> topApp(const QList<ActivitySession>& sessions) {
-    if (sessions.isEmpty())
-        return std::nullopt;
-    QHash<QString, qint64> byApp;
-    QStringList order;
-    for (const ActivitySession& s : sessions) {
-        if (!byApp.contains(s.appName))
-            order.append(s.appName);
-        byApp[s.appName] = checkedAdd(byApp.value(s.appName), s.weightedTokens());
-    }
-    QString best = order.first();
-    for (const QString& name : std::as_const(order))
-        if (byApp.value(name) > byApp.value(best))
-            best = name;
-    return best;
-}
 
 } // namespace
 
@@ -72,33 +40,26 @@ QString ExportFormatter::csvField(const QString& text) {
 QString ExportFormatter::csv() const {
     const double divisor = double(std::max<qint64>(AppPreferences::dailyBaseline(m_defaults), 1));
     QStringList lines{csvHeader};
+    // A past day's summary is the one kept beside it by the history: nothing is decoded again.
+    StoredDaySummaries stored(m_defaults);
+    stored.beginPass(m_clock.now().toLocalTime().date());
     for (const DayRow& row : m_store.history().extendedHistory) {
         const QString day = DayKeys::dayText(row.date);
-        // Today's sessions are the store's; a past day's are read back from storage.
-        QList<ActivitySession> sessions;
-        if (row.isToday) {
-            sessions = m_store.sessions();
-        } else if (const auto bytes = m_defaults.data(DayKeys::sessions(day))) {
-            sessions = SessionCodec::decodeDay(*bytes).value_or(QList<ActivitySession>{});
-        }
-        QMap<TokenType, qint64> byType;
-        qint64 raw = 0;
-        for (const ActivitySession& s : std::as_const(sessions)) {
-            byType[s.tokenType] = checkedAdd(byType.value(s.tokenType), s.weightedTokens());
-            raw = checkedAdd(raw, s.rawTokens);
-        }
-        const std::optional<int> hour = peakHour(sessions);
-        const std::optional<QString> app = topApp(sessions);
+        const StoredDaySummary summary = row.isToday
+                                             ? StoredDaySummary::of(m_store.sessions())
+                                             : stored.summary(day).value_or(StoredDaySummary{});
+        const std::optional<int> hour = summary.busiestHour();
         const double saturation = std::min(double(row.tokens) / divisor * 100.0, 100.0);
-        // The total and saturation are the history's; the other columns are recomputed from
-        // the sessions, so the two may differ for a day.
+        // The total and saturation are the history's; the other columns are the day's as
+        // stored now, so the two may differ for a day.
         lines.append(QStringList{
-            day, QString::number(row.tokens), QString::number(byType.value(TokenType::ai)),
-            QString::number(byType.value(TokenType::reasoning)),
-            QString::number(byType.value(TokenType::output)),
-            QString::number(byType.value(TokenType::input)), QString::number(raw),
-            QString::number(sessions.size()), hour ? LoadMetrics::hourLabel(*hour) : QString(),
-            app ? csvField(*app) : QString(), printfDouble("%.1f", saturation)}
+            day, QString::number(row.tokens), QString::number(summary.tokens(TokenType::ai)),
+            QString::number(summary.tokens(TokenType::reasoning)),
+            QString::number(summary.tokens(TokenType::output)),
+            QString::number(summary.tokens(TokenType::input)), QString::number(summary.rawTokens),
+            QString::number(summary.sessionCount), hour ? LoadMetrics::hourLabel(*hour) : QString(),
+            summary.topApp ? csvField(*summary.topApp) : QString(),
+            printfDouble("%.1f", saturation)}
                          .join(u','));
     }
     return lines.join(u'\n');
@@ -142,10 +103,11 @@ QString ExportFormatter::markdownSummary(const QLocale& locale) const {
     }
 
     QStringList highlights;
-    if (const std::optional<int> hour = peakHour(sessions))
+    const StoredDaySummary today = StoredDaySummary::of(sessions);
+    if (const std::optional<int> hour = today.busiestHour())
         highlights << QStringLiteral("**Peak hour:** ") + LoadMetrics::hourLabel(*hour);
-    if (const std::optional<QString> app = topApp(sessions))
-        highlights << QStringLiteral("**Top app:** ") + *app;
+    if (today.topApp)
+        highlights << QStringLiteral("**Top app:** ") + *today.topApp;
     if (history.cachedVelocity >= 1)
         highlights << QStringLiteral("**Last hour:** ") + formatK(history.cachedVelocity);
     if (!highlights.isEmpty())

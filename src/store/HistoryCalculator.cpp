@@ -101,7 +101,7 @@ std::optional<QString> HistoryCalculator::buildPeakDayOfWeek(const QList<DayRow>
 
 HistoryResult HistoryCalculator::compute(const QDateTime& now, qint64 currentTotal,
                                          const QList<ActivitySession>& todaySessions) {
-    m_summaries.beginPass();
+    m_summaries.beginPass(now.toLocalTime().date());
     HistoryResult r;
     for (int i = 0; i < historyDays; ++i)
         if (std::optional<DayRow> day = row(now, i, currentTotal))
@@ -115,5 +115,6 @@ HistoryResult HistoryCalculator::compute(const QDateTime& now, qint64 currentTot
     r.peakDayOfWeek = buildPeakDayOfWeek(r.extendedHistory);
     r.cachedVelocity = LoadMetrics::velocity(todaySessions, now);
     r.cachedHourlyBuckets = LoadMetrics::hourlyBuckets(todaySessions, now, 8);
+    m_summaries.endPass();
     return r;
 }

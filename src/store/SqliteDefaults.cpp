@@ -8,6 +8,7 @@
 
 #include <sqlite3.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
@@ -34,6 +35,16 @@ const char* const statementTexts[] = {
     "SELECT revision FROM defaults WHERE key = ?1",
     // Changes whenever another connection commits; our own commits leave it alone.
     "PRAGMA data_version",
+};
+
+// Bytes derived from a value, in a table of their own so that they never show as settings.
+enum DerivedStatement { SelectDerived, UpsertDerived, DeleteDerived };
+
+const char* const derivedStatementTexts[] = {
+    "SELECT bytes FROM derived WHERE key = ?1 AND revision = ?2",
+    "INSERT INTO derived(key, revision, bytes) VALUES(?1, ?2, ?3) "
+    "ON CONFLICT(key) DO UPDATE SET revision = excluded.revision, bytes = excluded.bytes",
+    "DELETE FROM derived WHERE key = ?1",
 };
 
 // Resets a statement on every exit path so its read lock is released promptly.
@@ -144,6 +155,14 @@ sqlite3* openConnection(const QString& path, int busyWaitMs, QString* error,
         sqlite3_close_v2(db);
         return nullptr;
     }
+    // Files made before this table existed gain it here; a write-protected one goes without
+    // (everything derived is then derived again by each reader).
+    sqlite3_exec(db,
+                 "CREATE TABLE IF NOT EXISTS derived("
+                 " key TEXT PRIMARY KEY NOT NULL,"
+                 " revision INTEGER NOT NULL,"
+                 " bytes BLOB NOT NULL);",
+                 nullptr, nullptr, nullptr);
     return db;
 }
 
@@ -170,6 +189,10 @@ SqliteDefaults::~SqliteDefaults() {
 
 void SqliteDefaults::closeConnection() {
     for (sqlite3_stmt*& s : m_statements) {
+        sqlite3_finalize(s);
+        s = nullptr;
+    }
+    for (sqlite3_stmt*& s : m_derivedStatements) {
         sqlite3_finalize(s);
         s = nullptr;
     }
@@ -291,6 +314,12 @@ bool SqliteDefaults::prepare() {
             return false;
         }
     }
+    // Without the derived table (a write-protected old file) these stay null: no derived
+    // bytes are kept or found.
+    for (int i = 0; i < int(std::size(derivedStatementTexts)); ++i)
+        if (sqlite3_prepare_v3(m_db, derivedStatementTexts[i], -1, SQLITE_PREPARE_PERSISTENT,
+                               &m_derivedStatements[i], nullptr) != SQLITE_OK)
+            m_derivedStatements[i] = nullptr;
     return true;
 }
 
@@ -415,9 +444,56 @@ bool SqliteDefaults::remove(const QString& key) {
         sqlite3_bind_text(s, 1, k.constData(), int(k.size()), SQLITE_STATIC);
         if (sqlite3_step(s) != SQLITE_DONE)
             return writeFailed();
+        if (sqlite3_stmt* derived = m_derivedStatements[DeleteDerived]) {
+            StatementScope derivedScope{derived};
+            sqlite3_bind_text(derived, 1, k.constData(), int(k.size()), SQLITE_STATIC);
+            sqlite3_step(derived); // what is left could never match a revision again
+        }
     }
     emit valueChanged(key);
     return true;
+}
+
+std::optional<QByteArray> SqliteDefaults::derivedData(const QString& key, quint64 revision) const {
+    QMutexLocker lock(&m_mutex);
+    sqlite3_stmt* s = m_derivedStatements[SelectDerived];
+    if (!m_db || !s || revision == 0)
+        return std::nullopt;
+    StatementScope scope{s};
+    const QByteArray k = key.toUtf8();
+    sqlite3_bind_text(s, 1, k.constData(), int(k.size()), SQLITE_STATIC);
+    sqlite3_bind_int64(s, 2, qint64(revision));
+    if (sqlite3_step(s) != SQLITE_ROW)
+        return std::nullopt;
+    const auto* blob = static_cast<const char*>(sqlite3_column_blob(s, 0));
+    return QByteArray(blob ? blob : "", sqlite3_column_bytes(s, 0));
+}
+
+void SqliteDefaults::keepDerivedData(const QList<Item>& items) const {
+    if (items.isEmpty())
+        return;
+    QMutexLocker lock(&m_mutex);
+    sqlite3_stmt* s = m_derivedStatements[UpsertDerived];
+    // Never into a file that is no longer at the path (the next write of a value opens the
+    // new one), and never made to wait long: another process's write only means the bytes are
+    // derived again next time.
+    if (!m_db || !s || m_reopenBeforeWrite ||
+        (m_path != QLatin1String(":memory:") && fileIdentity(m_path) != m_identity))
+        return;
+    sqlite3_busy_timeout(m_db, std::min(m_busyWaitMs, interactiveBusyWaitMs));
+    if (sqlite3_exec(m_db, "BEGIN IMMEDIATE", nullptr, nullptr, nullptr) == SQLITE_OK) {
+        bool ok = true;
+        for (const Item& item : items) {
+            StatementScope scope{s};
+            const QByteArray k = item.key.toUtf8();
+            sqlite3_bind_text(s, 1, k.constData(), int(k.size()), SQLITE_STATIC);
+            sqlite3_bind_int64(s, 2, qint64(item.revision));
+            sqlite3_bind_blob(s, 3, item.bytes.constData(), int(item.bytes.size()), SQLITE_STATIC);
+            ok = ok && sqlite3_step(s) == SQLITE_DONE;
+        }
+        sqlite3_exec(m_db, ok ? "COMMIT" : "ROLLBACK", nullptr, nullptr, nullptr);
+    }
+    sqlite3_busy_timeout(m_db, m_busyWaitMs);
 }
 
 QStringList SqliteDefaults::keys() const {

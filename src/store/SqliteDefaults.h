@@ -1,5 +1,7 @@
 #pragma once
 
+#include "DerivedValues.h"
+
 #include "platform/Defaults.h"
 
 #include <QDateTime>
@@ -21,7 +23,7 @@ struct sqlite3_stmt;
 // replaced, it opens (and if need be creates) the file at the path again, and announces it
 // with recreated(). After a failed write (disk full, file write-protected) the next write
 // opens the file again as well.
-class SqliteDefaults final : public Defaults {
+class SqliteDefaults final : public Defaults, public DerivedValues {
     Q_OBJECT
 public:
     ~SqliteDefaults() override;
@@ -49,6 +51,9 @@ public:
     bool remove(const QString& key) override;
     QStringList keys() const override;
     quint64 revision(const QString& key) const override;
+    // Kept in a table of their own in the same file.
+    std::optional<QByteArray> derivedData(const QString& key, quint64 revision) const override;
+    void keepDerivedData(const QList<Item>& items) const override;
 
     QString path() const { return m_path; }
 
@@ -87,6 +92,7 @@ private:
     QString m_path;
     mutable QString m_lastError;
     sqlite3_stmt* m_statements[6] = {};
+    sqlite3_stmt* m_derivedStatements[3] = {};
     QFileSystemWatcher* m_watcher = nullptr;
     qint64 m_seenDataVersion = -1;
     // The device and inode of the file this connection has open.

@@ -12,6 +12,8 @@
 #include <QTemporaryDir>
 #include <QTest>
 
+#include <sqlite3.h>
+
 class HistoryTest : public QObject {
     Q_OBJECT
 private slots:
@@ -27,7 +29,8 @@ private slots:
     void peakHourUsesThirtyStoredDaysIncludingToday();
     void peakDayOfWeekAverages();
     void pastDaysAreDecodedOnce();
-    void rewrittenPastDayIsReadAgain();
+    void keptSummaryFollowsTheDay_data();
+    void keptSummaryFollowsTheDay();
     void debounceCoalesces();
     void historyLabelsAcrossDaylightSaving();
 
@@ -264,16 +267,74 @@ void HistoryTest::pastDaysAreDecodedOnce() {
     QCOMPARE(second.extendedHistory[0].tokens, qint64(5));
 }
 
-void HistoryTest::rewrittenPastDayIsReadAgain() {
-    FakeClock clock(local(2026, 5, 30, 10));
-    const QDate yesterday = clock.now().date().addDays(-1);
-    storeTokens(yesterday, 10);
+void HistoryTest::keptSummaryFollowsTheDay_data() {
+    QTest::addColumn<QString>("change");  // what happens to the file between two runs
+    QTest::addColumn<QByteArray>("zone"); // the second run's time zone
+    QTest::addColumn<qint64>("tokens");   // yesterday's row then; 0: no row
+    QTest::addColumn<int>("peakHour");
+    QTest::addColumn<qint64>("decodes"); // by a calculator in a new connection
+    // Yesterday holds 10 tokens at 10 AM UTC; its summary is kept by the first run.
+    QTest::newRow("unchanged") << "" << QByteArray("UTC") << qint64(10) << 10 << qint64(0);
+    QTest::newRow("rewritten, old summary left")
+        << "rewrite" << QByteArray("UTC") << qint64(25) << 14 << qint64(1);
+    QTest::newRow("removed") << "remove" << QByteArray("UTC") << qint64(0) << -1 << qint64(0);
+    QTest::newRow("damaged summary") << "UPDATE derived SET bytes = randomblob(60)"
+                                     << QByteArray("UTC") << qint64(10) << 10 << qint64(1);
+    QTest::newRow("truncated summary")
+        << "UPDATE derived SET bytes = substr(bytes, 1, length(bytes) - 3)" << QByteArray("UTC")
+        << qint64(10) << 10 << qint64(1);
+    QTest::newRow("file from before summaries were kept")
+        << "DROP TABLE derived" << QByteArray("UTC") << qint64(10) << 10 << qint64(1);
+    QTest::newRow("another time zone")
+        << "" << QByteArray("Asia/Tokyo") << qint64(10) << 19 << qint64(1);
+}
+
+void HistoryTest::keptSummaryFollowsTheDay() {
+    QFETCH(QString, change);
+    QFETCH(QByteArray, zone);
+    QFETCH(qint64, tokens);
+    QFETCH(int, peakHour);
+    QFETCH(qint64, decodes);
+    const QString path = m_db->path();
+    const QDateTime now = QDateTime(QDate(2026, 5, 30), QTime(10, 0), Qt::UTC);
+    const QDate yesterday(2026, 5, 29);
+    auto storeUtc = [&](qint64 raw, int hour) {
+        storeDay(yesterday, {makeSession(TokenType::input, raw,
+                                         QDateTime(yesterday, QTime(hour, 0), Qt::UTC))});
+    };
+    storeUtc(10, 10);
     HistoryCalculator calc(*m_db);
-    QCOMPARE(calc.compute(clock.now(), 0, {}).extendedHistory[1].tokens, qint64(10));
-    storeTokens(yesterday, 25); // e.g. written by `mindmeter defaults write`
-    QCOMPARE(calc.compute(clock.now(), 0, {}).extendedHistory[1].tokens, qint64(25));
-    m_db->remove(DayKeys::sessions(yesterday.toString(Qt::ISODate)));
-    QCOMPARE(calc.compute(clock.now(), 0, {}).extendedHistory.size(), 1);
+    {
+        TimeZoneScope utc("UTC");
+        QCOMPARE(calc.compute(now, 0, {}).extendedHistory.size(), 2);
+    }
+    if (change == "rewrite") {
+        storeUtc(25, 14);
+    } else if (change == "remove") {
+        m_db->remove(DayKeys::sessions(DayKeys::dayText(yesterday)));
+    } else if (!change.isEmpty()) { // by another program
+        sqlite3* raw = nullptr;
+        QCOMPARE(sqlite3_open(QFile::encodeName(path).constData(), &raw), SQLITE_OK);
+        QCOMPARE(sqlite3_exec(raw, change.toUtf8().constData(), nullptr, nullptr, nullptr),
+                 SQLITE_OK);
+        sqlite3_close(raw);
+    }
+
+    TimeZoneScope second(zone.constData());
+    // Twice a calculator over a connection of its own (the first takes the summary again
+    // when it must, the second never), then the one that took it first.
+    for (int run = 0; run < 3; ++run) {
+        std::unique_ptr<SqliteDefaults> db = SqliteDefaults::open(path);
+        HistoryCalculator fresh(*db);
+        HistoryCalculator& c = run < 2 ? fresh : calc;
+        const HistoryResult r = c.compute(now, 0, {});
+        QCOMPARE(r.extendedHistory.size(), tokens > 0 ? 2 : 1);
+        if (tokens > 0)
+            QCOMPARE(r.extendedHistory[1].tokens, tokens);
+        QCOMPARE(r.peakHourData ? r.peakHourData->hour : -1, peakHour);
+        if (run < 2)
+            QCOMPARE(fresh.decodedDayCount(), run == 0 ? decodes : 0);
+    }
 }
 
 void HistoryTest::debounceCoalesces() {
