@@ -49,7 +49,6 @@ public:
     // Clears today, in memory and stored ("Reset Today" in the menu).
     void resetToday();
     void refreshHistoryNow();
-    void scheduleHistoryRefresh();
 
     const QList<ActivitySession>& sessions() const { return m_sessions; }
     qint64 totalWeighted() const { return m_totalWeighted; }
@@ -59,8 +58,6 @@ public:
     // The local calendar day being recorded, and its start.
     QDate day() const { return m_day; }
     QDateTime lastResetDate() const { return m_day.startOfDay(); }
-    // True from a failed write of today until the next write that succeeds.
-    bool writesFailing() const { return m_writeFailing; }
 
     // What became of today's stored record when it was last read: a record the database
     // could not read (a damaged file, say) is never written over; one that did not decode
@@ -106,6 +103,8 @@ private:
     };
 
     void record(const QList<ActivitySession>& sessions);
+    // Requests within the debounce interval coalesce into one computation.
+    void scheduleHistoryRefresh();
     void persist();
     void noteWrite(bool ok);
     void loadToday();
