@@ -27,6 +27,7 @@
 #include "services/NotificationManager.h"
 #include "services/UpdateChecker.h"
 #include "store/DayStore.h"
+#include "store/DaySummary.h"
 #include "store/SqliteDefaults.h"
 
 #include <QCoreApplication>
@@ -49,6 +50,7 @@ AppDelegate::~AppDelegate() {
 bool AppDelegate::applicationDidFinishLaunching(std::unique_ptr<StatusItem> statusItem,
                                                 QString* error) {
     m_store = std::make_unique<DayStore>(m_defaults, m_clock);
+    m_summary = std::make_unique<DaySummary>(*m_store);
 
     // The sensors around the store; they start once everything else is in place.
     m_sensors = std::make_unique<Sensors>(*m_store, m_defaults, m_clock);
@@ -93,7 +95,7 @@ bool AppDelegate::applicationDidFinishLaunching(std::unique_ptr<StatusItem> stat
 
     // The windows: their library, and Qt Quick with it, is loaded on first use.
     m_popoverModels = {
-        {QStringLiteral("store"), QVariant::fromValue<QObject*>(m_store.get())},
+        {QStringLiteral("store"), QVariant::fromValue<QObject*>(m_summary.get())},
         {QStringLiteral("monitor"), QVariant::fromValue<QObject*>(&m_sensors->monitor())},
         {QStringLiteral("context"), QVariant::fromValue<QObject*>(&m_sensors->context())},
         {QStringLiteral("spotlight"), QVariant::fromValue<QObject*>(&m_sensors->spotlight())},
@@ -220,7 +222,7 @@ void AppDelegate::exportCSVFromMenu() {
 }
 
 void AppDelegate::resetToday() {
-    m_store->resetForDebug();
+    m_store->resetToday();
 }
 
 void AppDelegate::sendFeedback() {

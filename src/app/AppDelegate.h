@@ -15,6 +15,7 @@ class CategoriesModel;
 class ClipboardPasteboard;
 class Alerts;
 class DayStore;
+class DaySummary;
 class DesktopOpener;
 class DialogFileChooser;
 class ExportManager;
@@ -82,6 +83,7 @@ private:
     Options m_options;
 
     std::unique_ptr<DayStore> m_store;
+    std::unique_ptr<DaySummary> m_summary; // what the views read of the store
     std::unique_ptr<Sensors> m_sensors;
 
     std::unique_ptr<Alerts> m_alerts;

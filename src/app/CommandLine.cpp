@@ -9,9 +9,9 @@
 #include "platform/Clock.h"
 #include "store/DayKeys.h"
 #include "store/DayStore.h"
+#include "store/HistoryRows.h"
 #include "store/SqliteDefaults.h"
 
-#include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
 
@@ -31,25 +31,9 @@ QString printableValue(const QVariant& v) {
     return Defaults::toString(v).value_or(QString());
 }
 
-QJsonObject rowJson(const DayRow& r) {
-    return {{QStringLiteral("date"), DayKeys::dayText(r.date)},
-            {QStringLiteral("label"), r.label},
-            {QStringLiteral("tokens"), r.tokens},
-            {QStringLiteral("isToday"), r.isToday}};
-}
-
-QJsonValue peakHourJson(const std::optional<PeakHour>& p) {
-    if (!p)
-        return QJsonValue();
-    return QJsonObject{{QStringLiteral("hour"), p->hour}, {QStringLiteral("label"), p->label}};
-}
-
-QJsonValue weekOverWeekJson(const std::optional<WeekOverWeek>& w) {
-    if (!w)
-        return QJsonValue();
-    return QJsonObject{{QStringLiteral("this"), w->thisWeek},
-                       {QStringLiteral("last"), w->lastWeek},
-                       {QStringLiteral("change"), w->change}};
+// The history's fields as the views read them (HistoryRows), written as JSON.
+QJsonValue jsonOf(const QVariant& value) {
+    return QJsonValue::fromVariant(value);
 }
 
 QString percent(double fraction) {
@@ -292,28 +276,19 @@ int CommandLine::status(const QStringList& args) {
     const QString dayText = DayKeys::dayText(m_clock.now());
 
     if (format == QLatin1String("json")) {
-        QJsonObject byType;
-        for (auto it = day.tokensByType().cbegin(); it != day.tokensByType().cend(); ++it)
-            byType.insert(TokenTypes::rawValue(it.key()), it.value());
-        QJsonArray buckets;
-        for (const HourBucket& b : day.hourlyBuckets(8))
-            buckets.append(QJsonObject{{QStringLiteral("hour"), b.hour},
-                                       {QStringLiteral("label"), b.label},
-                                       {QStringLiteral("tokens"), b.tokens}});
         const QJsonObject o{
             {QStringLiteral("day"), dayText},
             {QStringLiteral("totalWeighted"), day.totalWeighted()},
-            {QStringLiteral("tokensByType"), byType},
+            {QStringLiteral("tokensByType"), jsonOf(HistoryRows::tokensByType(day.tokensByType()))},
             {QStringLiteral("contextSaturation"), day.contextSaturation()},
             {QStringLiteral("temperature"), day.temperature()},
             {QStringLiteral("sessionCount"), qint64(day.sessions().size())},
             {QStringLiteral("recoveredTokens"), day.recoveredTokens()},
             {QStringLiteral("velocityLastHour"), day.velocityLastHour()},
-            {QStringLiteral("hourlyBuckets"), buckets},
-            {QStringLiteral("peakHour"), peakHourJson(h.peakHourData)},
-            {QStringLiteral("peakDayOfWeek"),
-             h.peakDayOfWeek ? QJsonValue(*h.peakDayOfWeek) : QJsonValue()},
-            {QStringLiteral("weekOverWeek"), weekOverWeekJson(h.weekOverWeekData)},
+            {QStringLiteral("hourlyBuckets"), jsonOf(HistoryRows::hours(day.hourlyBuckets(8)))},
+            {QStringLiteral("peakHour"), jsonOf(HistoryRows::peakHour(h.peakHourData))},
+            {QStringLiteral("peakDayOfWeek"), jsonOf(HistoryRows::peakDay(h.peakDayOfWeek))},
+            {QStringLiteral("weekOverWeek"), jsonOf(HistoryRows::weekOverWeek(h.weekOverWeekData))},
         };
         printBytes(QJsonDocument(o).toJson(QJsonDocument::Indented));
         return 0;
@@ -386,14 +361,11 @@ int CommandLine::history(const QStringList& args) {
             rows.append(r);
 
     if (json) {
-        QJsonArray list;
-        for (const DayRow& r : rows)
-            list.append(rowJson(r));
-        const QJsonObject o{{QStringLiteral("days"), list},
-                            {QStringLiteral("weekOverWeek"), weekOverWeekJson(h.weekOverWeekData)},
-                            {QStringLiteral("peakHour"), peakHourJson(h.peakHourData)},
-                            {QStringLiteral("peakDayOfWeek"),
-                             h.peakDayOfWeek ? QJsonValue(*h.peakDayOfWeek) : QJsonValue()}};
+        const QJsonObject o{
+            {QStringLiteral("days"), jsonOf(HistoryRows::days(rows))},
+            {QStringLiteral("weekOverWeek"), jsonOf(HistoryRows::weekOverWeek(h.weekOverWeekData))},
+            {QStringLiteral("peakHour"), jsonOf(HistoryRows::peakHour(h.peakHourData))},
+            {QStringLiteral("peakDayOfWeek"), jsonOf(HistoryRows::peakDay(h.peakDayOfWeek))}};
         printBytes(QJsonDocument(o).toJson(QJsonDocument::Indented));
         return 0;
     }

@@ -11,6 +11,7 @@
 #include "sensing/SessionContextEngine.h"
 #include "services/CategoriesModel.h"
 #include "store/DayStore.h"
+#include "store/DaySummary.h"
 #include "store/DemoData.h"
 #include "store/SqliteDefaults.h"
 #include "views/Symbols.h"
@@ -249,10 +250,11 @@ int SnapshotMode::run(int argc, char* argv[], const QString& directory) {
     CategoriesModel categories(*defaults, clock);
     categories.refresh();
     AppEvents events;
+    DaySummary summary(store);
     OnboardingNote note(OnboardingNote::forThisSession());
     DemoServices services;
     const QVariantMap models{
-        {QStringLiteral("store"), QVariant::fromValue(&store)},
+        {QStringLiteral("store"), QVariant::fromValue(&summary)},
         {QStringLiteral("monitor"), QVariant::fromValue(&monitor)},
         {QStringLiteral("context"), QVariant::fromValue(&context)},
         {QStringLiteral("spotlight"), QVariant::fromValue<QObject*>(&services)},

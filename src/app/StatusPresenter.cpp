@@ -14,7 +14,7 @@ StatusPresenter::StatusPresenter(StatusItem& item, const DayStore& store,
     , m_store(store)
     , m_monitor(monitor)
     , m_preferences(preferences) {
-    connect(&store, &DayStore::totalWeightedChanged, this, &StatusPresenter::refresh);
+    connect(&store, &DayStore::todayChanged, this, &StatusPresenter::refresh);
     connect(&monitor, &ActivityMonitor::currentTypeChanged, this, &StatusPresenter::refresh);
     connect(&monitor, &ActivityMonitor::currentRateChanged, this, &StatusPresenter::refresh);
     connect(&preferences, &PreferencesModel::changed, this, &StatusPresenter::refresh);

@@ -2,6 +2,7 @@
 
 #include "model/AppPreferences.h"
 #include "store/DayStore.h"
+#include "store/HistoryRows.h"
 
 #include <QCoreApplication>
 #include <QPointer>
@@ -28,10 +29,10 @@ ActivityMonitor::ActivityMonitor(DayStore& store, Workspace& workspace, IdleSour
     , m_rules(defaults) {
     m_tickTimer.setInterval(m_options.tickIntervalMs);
     connect(&m_tickTimer, &QTimer::timeout, this, &ActivityMonitor::tick);
-    connect(&m_store, &DayStore::cachedVelocityChanged, this,
-            &ActivityMonitor::tokenVelocityChanged);
-    connect(&m_store, &DayStore::cachedHourlyBucketsChanged, this,
-            &ActivityMonitor::hourlyDataChanged);
+    connect(&m_store, &DayStore::historyPublished, this, [this] {
+        emit tokenVelocityChanged();
+        emit hourlyDataChanged();
+    });
     // A change made here or by another process (an empty key) may be a change of the rules.
     connect(&m_defaults, &Defaults::valueChanged, this, [this](const QString& key) {
         if (key.isEmpty() || key == CategoryRules::key)
@@ -44,7 +45,7 @@ qint64 ActivityMonitor::tokenVelocity() const {
 }
 
 QVariantList ActivityMonitor::hourlyData() const {
-    return m_store.property("cachedHourlyBuckets").toList();
+    return HistoryRows::hours(m_store.history().cachedHourlyBuckets);
 }
 
 void ActivityMonitor::start() {

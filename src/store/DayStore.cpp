@@ -12,25 +12,6 @@
 
 #include <algorithm>
 
-namespace {
-
-QVariantMap dayRowMap(const DayRow& r) {
-    return {{QStringLiteral("date"), r.date},
-            {QStringLiteral("label"), r.label},
-            {QStringLiteral("tokens"), r.tokens},
-            {QStringLiteral("isToday"), r.isToday}};
-}
-
-QVariantList dayRowList(const QList<DayRow>& rows) {
-    QVariantList list;
-    list.reserve(rows.size());
-    for (const DayRow& r : rows)
-        list.append(dayRowMap(r));
-    return list;
-}
-
-} // namespace
-
 DayStore::DayStore(Defaults& defaults, const Clock& clock, Options options, QObject* parent)
     : QObject(parent)
     , m_defaults(defaults)
@@ -55,8 +36,11 @@ DayStore::DayStore(Defaults& defaults, const Clock& clock, Options options, QObj
     // A day written from outside while this store runs is taken in at once, so the views
     // show it and the next write keeps it.
     connect(&m_defaults, &Defaults::valueChanged, this, [this](const QString& key) {
-        if (!m_writing && (key.isEmpty() || key == DayKeys::sessions(dayText())))
-            takeStoredChanges();
+        if (m_writing || !(key.isEmpty() || key == DayKeys::sessions(dayText())))
+            return;
+        bool adopted = false;
+        if (takeStoredChanges(&adopted) && adopted)
+            rebuildTotals();
     });
 }
 
@@ -94,15 +78,11 @@ void DayStore::record(const QList<ActivitySession>& sessions) {
     // Past midnight with the timer not yet run (after a sleep, say): the new day begins
     // before anything is added to the old one.
     startNewDayIfNeeded();
-    for (const ActivitySession& s : sessions) {
-        const qint64 w = s.weightedTokens();
-        m_sessions.append(s);
-        m_grossTokens = checkedAdd(m_grossTokens, w);
-        m_tokensByType[s.tokenType] = checkedAdd(m_tokensByType.value(s.tokenType, 0), w);
-    }
-    emit sessionsChanged();
-    emit tokensByTypeChanged();
-    setTotal(std::max<qint64>(m_grossTokens - m_recoveredTokens, 0));
+    // A day written meanwhile from outside is taken in first (persist would do it too), so
+    // the totals are rebuilt once, and a sum that overflows stops before anything is written.
+    takeStoredChanges();
+    m_sessions.append(sessions);
+    rebuildTotals();
     persist();
     scheduleHistoryRefresh();
     emit thresholdCheckRequested(m_totalWeighted);
@@ -114,16 +94,25 @@ void DayStore::recoverTokens(qint64 amount) {
         [this, amount] {
             startNewDayIfNeeded();
             m_recoveredTokens = std::min(m_grossTokens, checkedAdd(m_recoveredTokens, amount));
-            setTotal(std::max<qint64>(m_grossTokens - m_recoveredTokens, 0));
             noteWrite(m_defaults.setInteger(DayKeys::recovery(dayText()), m_recoveredTokens));
+            rebuildTotals();
             scheduleHistoryRefresh();
         },
         Qt::QueuedConnection);
 }
 
-void DayStore::setTotal(qint64 total) {
-    m_totalWeighted = total;
-    emit totalWeightedChanged();
+void DayStore::rebuildTotals() {
+    qint64 gross = 0;
+    QMap<TokenType, qint64> byType;
+    for (const ActivitySession& s : std::as_const(m_sessions)) {
+        const qint64 w = s.weightedTokens();
+        gross = checkedAdd(gross, w);
+        byType[s.tokenType] = checkedAdd(byType.value(s.tokenType, 0), w);
+    }
+    m_grossTokens = gross;
+    m_tokensByType = std::move(byType);
+    m_totalWeighted = std::max<qint64>(m_grossTokens - m_recoveredTokens, 0);
+    emit todayChanged();
 }
 
 // --- Persistence -------------------------------------------------------------------------
@@ -161,7 +150,7 @@ void DayStore::persist() {
     noteWrite(ok);
 }
 
-bool DayStore::takeStoredChanges() {
+bool DayStore::takeStoredChanges(bool* adopted) {
     const QString key = DayKeys::sessions(dayText());
     const quint64 revision = m_defaults.revision(key);
     if (!m_storedDayUnread && revision == m_storedRevision)
@@ -187,6 +176,8 @@ bool DayStore::takeStoredChanges() {
     }
     m_undecodable.reset();
     adoptStoredDay(*day, m_sessions.mid(m_savedCount));
+    if (adopted)
+        *adopted = true;
     return true;
 }
 
@@ -208,16 +199,6 @@ void DayStore::adoptStoredDay(const QList<ActivitySession>& stored,
         if (!storedIds.contains(s.id))
             sessions.append(s);
     m_sessions = std::move(sessions);
-    m_grossTokens = 0;
-    m_tokensByType.clear();
-    for (const ActivitySession& s : std::as_const(m_sessions)) {
-        m_grossTokens = checkedAdd(m_grossTokens, s.weightedTokens());
-        m_tokensByType[s.tokenType] =
-            checkedAdd(m_tokensByType.value(s.tokenType, 0), s.weightedTokens());
-    }
-    emit sessionsChanged();
-    emit tokensByTypeChanged();
-    setTotal(std::max<qint64>(m_grossTokens - m_recoveredTokens, 0));
 }
 
 DayStore::StoredDay DayStore::storedDay() const {
@@ -253,13 +234,13 @@ void DayStore::loadToday() {
     // Reading never writes: a day that does not decode counts as empty here, and is kept
     // aside only by the write that replaces it.
     m_storedDayUnread = true; // read it whatever its revision says: it may be unreadable
-    if (!takeStoredChanges() || m_storedRevision == 0 || m_undecodable)
-        return; // nothing stored, readable and decodable: not even the recovery is loaded
-    // The recovery as stored; only values no day can reach are held at a bound, so the
-    // total and later recovery cannot overflow.
-    m_recoveredTokens = std::clamp(m_defaults.integer(DayKeys::recovery(dayText())),
-                                   -SessionCodec::maxDayTokens, SessionCodec::maxDayTokens);
-    setTotal(std::max<qint64>(m_grossTokens - m_recoveredTokens, 0));
+    // The recovery is loaded only beside a day stored, readable and decodable; as stored,
+    // but values no day can reach are held at a bound, so the total and later recovery
+    // cannot overflow.
+    if (takeStoredChanges() && m_storedRevision != 0 && !m_undecodable)
+        m_recoveredTokens = std::clamp(m_defaults.integer(DayKeys::recovery(dayText())),
+                                       -SessionCodec::maxDayTokens, SessionCodec::maxDayTokens);
+    rebuildTotals();
 }
 
 // --- Day changes -------------------------------------------------------------------------
@@ -287,12 +268,7 @@ void DayStore::clearDay() {
     m_storedRevision = 0;
     m_undecodable.reset();
     m_storedDayUnread = false;
-    m_grossTokens = 0;
-    m_tokensByType.clear();
     m_recoveredTokens = 0;
-    emit sessionsChanged();
-    emit tokensByTypeChanged();
-    setTotal(0);
 }
 
 bool DayStore::startNewDayIfNeeded() {
@@ -319,7 +295,7 @@ void DayStore::handleWake() {
         this, [this] { startNewDayIfNeeded(); }, Qt::QueuedConnection);
 }
 
-void DayStore::resetForDebug() {
+void DayStore::resetToday() {
     QMetaObject::invokeMethod(
         this,
         [this] {
@@ -328,6 +304,7 @@ void DayStore::resetForDebug() {
             clearDay();
             m_storedRevision = m_defaults.revision(DayKeys::sessions(dayText()));
             persist();
+            rebuildTotals();
             refreshHistoryNow();
         },
         Qt::QueuedConnection);
@@ -383,22 +360,7 @@ void DayStore::startHistoryComputation(Snapshot snap) {
 }
 
 void DayStore::publishHistory(HistoryResult result) {
-    m_history.historicalDays = std::move(result.historicalDays);
-    emit historicalDaysChanged();
-    m_history.extendedHistory = std::move(result.extendedHistory);
-    emit extendedHistoryChanged();
-    m_history.weeklyData = std::move(result.weeklyData);
-    emit weeklyDataChanged();
-    m_history.peakHourData = std::move(result.peakHourData);
-    emit peakHourDataChanged();
-    m_history.weekOverWeekData = std::move(result.weekOverWeekData);
-    emit weekOverWeekDataChanged();
-    m_history.peakDayOfWeek = std::move(result.peakDayOfWeek);
-    emit peakDayOfWeekChanged();
-    m_history.cachedVelocity = result.cachedVelocity;
-    emit cachedVelocityChanged();
-    m_history.cachedHourlyBuckets = std::move(result.cachedHourlyBuckets);
-    emit cachedHourlyBucketsChanged();
+    m_history = std::move(result);
     emit historyPublished();
 }
 
@@ -409,73 +371,4 @@ void DayStore::waitForHistory() {
     }
     m_historyPool.waitForDone();
     QCoreApplication::sendPostedEvents(this, QEvent::MetaCall);
-}
-
-// --- QML views of the published values ---------------------------------------------------
-
-QVariantList DayStore::sessionsVariant() const {
-    QVariantList list;
-    list.reserve(m_sessions.size());
-    for (const ActivitySession& s : m_sessions)
-        list.append(QVariantMap{{QStringLiteral("id"), s.id.toString(QUuid::WithoutBraces)},
-                                {QStringLiteral("appBundleID"), s.appBundleID},
-                                {QStringLiteral("appName"), s.appName},
-                                {QStringLiteral("tokenType"), TokenTypes::rawValue(s.tokenType)},
-                                {QStringLiteral("startTime"), s.startTime.toDateTime()},
-                                {QStringLiteral("endTime"), s.endTime.toDateTime()},
-                                {QStringLiteral("rawTokens"), s.rawTokens},
-                                {QStringLiteral("weightedTokens"), s.weightedTokens()}});
-    return list;
-}
-
-QVariantMap DayStore::tokensByTypeVariant() const {
-    QVariantMap map;
-    for (auto it = m_tokensByType.cbegin(); it != m_tokensByType.cend(); ++it)
-        map.insert(TokenTypes::rawValue(it.key()), it.value());
-    return map;
-}
-
-QVariantList DayStore::historicalDaysVariant() const {
-    return dayRowList(m_history.historicalDays);
-}
-
-QVariantList DayStore::extendedHistoryVariant() const {
-    return dayRowList(m_history.extendedHistory);
-}
-
-QVariantList DayStore::weeklyDataVariant() const {
-    QVariantList list;
-    for (const WeekdayTokens& w : m_history.weeklyData)
-        list.append(QVariantMap{{QStringLiteral("label"), w.label},
-                                {QStringLiteral("tokens"), w.tokens},
-                                {QStringLiteral("isToday"), w.isToday}});
-    return list;
-}
-
-QVariant DayStore::peakHourDataVariant() const {
-    if (!m_history.peakHourData)
-        return {};
-    return QVariantMap{{QStringLiteral("hour"), m_history.peakHourData->hour},
-                       {QStringLiteral("label"), m_history.peakHourData->label}};
-}
-
-QVariant DayStore::weekOverWeekDataVariant() const {
-    if (!m_history.weekOverWeekData)
-        return {};
-    return QVariantMap{{QStringLiteral("this"), m_history.weekOverWeekData->thisWeek},
-                       {QStringLiteral("last"), m_history.weekOverWeekData->lastWeek},
-                       {QStringLiteral("change"), m_history.weekOverWeekData->change}};
-}
-
-QVariant DayStore::peakDayOfWeekVariant() const {
-    return m_history.peakDayOfWeek ? QVariant(*m_history.peakDayOfWeek) : QVariant();
-}
-
-QVariantList DayStore::cachedHourlyBucketsVariant() const {
-    QVariantList list;
-    for (const HourBucket& b : m_history.cachedHourlyBuckets)
-        list.append(QVariantMap{{QStringLiteral("hour"), b.hour},
-                                {QStringLiteral("label"), b.label},
-                                {QStringLiteral("tokens"), b.tokens}});
-    return list;
 }

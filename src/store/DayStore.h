@@ -14,34 +14,19 @@
 #include <QObject>
 #include <QThreadPool>
 #include <QTimer>
-#include <QVariant>
 
 #include <memory>
 #include <optional>
 
-// Today's ledger and the history derived from the stored days.
+// Today's ledger and the history derived from the stored days: the sessions recorded since
+// local midnight, their totals and recovery, persisted in the settings store after every
+// change. The views read it through DaySummary; C++ readers use the typed accessors.
 //
 // Every mutation runs on the thread the store lives on (the main thread): the public
 // operations post their work there and return at once, so they may be called from any
-// thread. Published values change only there and notify on every assignment.
+// thread. After each mutation the totals are rebuilt once and todayChanged is emitted once.
 class DayStore : public QObject {
     Q_OBJECT
-    Q_PROPERTY(QVariantList sessions READ sessionsVariant NOTIFY sessionsChanged)
-    Q_PROPERTY(qint64 totalWeighted READ totalWeighted NOTIFY totalWeightedChanged)
-    Q_PROPERTY(QVariantMap tokensByType READ tokensByTypeVariant NOTIFY tokensByTypeChanged)
-    Q_PROPERTY(double contextSaturation READ contextSaturation NOTIFY totalWeightedChanged)
-    Q_PROPERTY(double temperature READ temperature NOTIFY tokensByTypeChanged)
-    Q_PROPERTY(QVariantList historicalDays READ historicalDaysVariant NOTIFY historicalDaysChanged)
-    Q_PROPERTY(
-        QVariantList extendedHistory READ extendedHistoryVariant NOTIFY extendedHistoryChanged)
-    Q_PROPERTY(QVariantList weeklyData READ weeklyDataVariant NOTIFY weeklyDataChanged)
-    Q_PROPERTY(QVariant peakHourData READ peakHourDataVariant NOTIFY peakHourDataChanged)
-    Q_PROPERTY(
-        QVariant weekOverWeekData READ weekOverWeekDataVariant NOTIFY weekOverWeekDataChanged)
-    Q_PROPERTY(QVariant peakDayOfWeek READ peakDayOfWeekVariant NOTIFY peakDayOfWeekChanged)
-    Q_PROPERTY(qint64 cachedVelocity READ cachedVelocity NOTIFY cachedVelocityChanged)
-    Q_PROPERTY(QVariantList cachedHourlyBuckets READ cachedHourlyBucketsVariant NOTIFY
-                   cachedHourlyBucketsChanged)
 
 public:
     struct Options {
@@ -61,9 +46,9 @@ public:
     void addSessions(const QList<ActivitySession>& sessions);
     void recoverTokens(qint64 amount);
     void handleWake();
-    void resetForDebug();
+    // Clears today, in memory and stored ("Reset Today" in the menu).
+    void resetToday();
     void refreshHistoryNow();
-    void scheduleHistoryRefresh();
 
     const QList<ActivitySession>& sessions() const { return m_sessions; }
     qint64 totalWeighted() const { return m_totalWeighted; }
@@ -73,8 +58,6 @@ public:
     // The local calendar day being recorded, and its start.
     QDate day() const { return m_day; }
     QDateTime lastResetDate() const { return m_day.startOfDay(); }
-    // True from a failed write of today until the next write that succeeds.
-    bool writesFailing() const { return m_writeFailing; }
 
     // What became of today's stored record when it was last read: a record the database
     // could not read (a damaged file, say) is never written over; one that did not decode
@@ -94,25 +77,16 @@ public:
     void waitForHistory();
 
 signals:
-    void sessionsChanged();
-    void totalWeightedChanged();
-    void tokensByTypeChanged();
-    void historicalDaysChanged();
-    void extendedHistoryChanged();
-    void weeklyDataChanged();
-    void peakHourDataChanged();
-    void weekOverWeekDataChanged();
-    void peakDayOfWeekChanged();
-    void cachedVelocityChanged();
-    void cachedHourlyBucketsChanged();
+    // Today's sessions, totals or recovery changed (once per mutation).
+    void todayChanged();
+    // After a computation's results have been published in history().
+    void historyPublished();
 
     // Hand-offs to the notification manager: the threshold check after every recorded
     // session, and the end-of-day digest after every history computation (emitted from
     // the worker thread).
     void thresholdCheckRequested(qint64 totalWeighted);
     void endOfDayDigestRequested(qint64 totalWeighted);
-    // After a computation's results have been published.
-    void historyPublished();
     // The first write of today that failed (disk full, store read-only, ...): the day is
     // kept in memory and written whole with every later change. Then the first write that
     // succeeded again.
@@ -129,12 +103,15 @@ private:
     };
 
     void record(const QList<ActivitySession>& sessions);
+    // Requests within the debounce interval coalesce into one computation.
+    void scheduleHistoryRefresh();
     void persist();
     void noteWrite(bool ok);
     void loadToday();
     // Takes the stored day as it is now when it changed since this store last read or wrote
     // it (another process wrote it, or it could not be read); false while it cannot be read.
-    bool takeStoredChanges();
+    // Sets *adopted when the stored sessions replaced those in memory (totals not rebuilt).
+    bool takeStoredChanges(bool* adopted = nullptr);
     // Today becomes the stored day's sessions that began today, then those of unsaved that
     // it lacks; the others stay stored with the day, uncounted.
     void adoptStoredDay(const QList<ActivitySession>& stored,
@@ -146,21 +123,12 @@ private:
     void clearDay();
     void startHistoryComputation(Snapshot snapshot);
     void publishHistory(HistoryResult result);
-    void setTotal(qint64 total);
+    // The one place the totals are set: gross and split from the sessions, the total net of
+    // recovery; then todayChanged.
+    void rebuildTotals();
     Snapshot snapshot() const { return {m_totalWeighted, m_sessions}; }
     QDate currentDate() const;
     QString dayText() const;
-
-    QVariantList sessionsVariant() const;
-    QVariantMap tokensByTypeVariant() const;
-    QVariantList historicalDaysVariant() const;
-    QVariantList extendedHistoryVariant() const;
-    QVariantList weeklyDataVariant() const;
-    QVariant peakHourDataVariant() const;
-    QVariant weekOverWeekDataVariant() const;
-    QVariant peakDayOfWeekVariant() const;
-    qint64 cachedVelocity() const { return m_history.cachedVelocity; }
-    QVariantList cachedHourlyBucketsVariant() const;
 
     Defaults& m_defaults;
     const Clock& m_clock;

@@ -209,7 +209,7 @@ void SpotlightMonitorTest::sessionSizes() {
     index.setPaths(numbered(m_home->filePath("src"), "swift", code) +
                    numbered(m_home->filePath("notes"), "md", docs));
     m_monitor = makeMonitor(index, QStringLiteral("/nonexistent/git"));
-    QSignalSpy batches(m_store.get(), &DayStore::sessionsChanged);
+    QSignalSpy batches(m_store.get(), &DayStore::todayChanged);
     scan(multiplier);
 
     QCOMPARE(batches.count(), 1); // both sessions of a scan are handed over together
@@ -277,7 +277,7 @@ void SpotlightMonitorTest::savesCountOnceWhileRemembered() {
 
     // An empty scan hands nothing to the store.
     index.setPaths({});
-    QSignalSpy batches(m_store.get(), &DayStore::sessionsChanged);
+    QSignalSpy batches(m_store.get(), &DayStore::todayChanged);
     scan();
     QCOMPARE(batches.count(), 0);
 }

@@ -48,7 +48,7 @@ private slots:
     void unreadableDayIsMergedNotOverwritten();
     void recoveryIsLoadedAsStored();
     void wake();
-    void developerReset();
+    void resetToday();
     void overflowIsFatal();
 
 private:
@@ -65,7 +65,7 @@ void DayStoreTest::ledgerTotalsAndRecovery() {
     FakeClock clock(local(2026, 5, 30, 10));
     DayStore store(*m_db, clock);
     QSignalSpy threshold(&store, &DayStore::thresholdCheckRequested);
-    QSignalSpy totals(&store, &DayStore::totalWeightedChanged);
+    QSignalSpy changes(&store, &DayStore::todayChanged);
 
     store.addSession(makeSession(TokenType::reasoning, 10, clock.now()));
     store.addSession(makeSession(TokenType::ai, 4, clock.now()));
@@ -77,7 +77,7 @@ void DayStoreTest::ledgerTotalsAndRecovery() {
     QCOMPARE(store.totalWeighted(), qint64(40));
     QCOMPARE(threshold.count(), 2);
     QCOMPARE(threshold.last().at(0).toLongLong(), qint64(40));
-    QVERIFY(totals.count() >= 2);
+    QCOMPARE(changes.count(), 2); // one for each recorded session
 
     // The day is stored whole under today's key, in the session JSON form.
     const auto stored = SessionCodec::decodeDay(*m_db->data("mindmeter.sessions.2026-05-30"));
@@ -174,9 +174,20 @@ void DayStoreTest::unreadableDayIsMergedNotOverwritten() {
     settle();
     QCOMPARE(SessionCodec::decodeDay(*m_db->data("mindmeter.sessions.2026-05-30"))->size(), 1);
 
+    // Readable again: the stored day is taken in as the next session is recorded, and the
+    // views, the threshold and the history hear of it once.
     flaky.failReads = false;
+    store.waitForHistory();
+    QSignalSpy changes(&store, &DayStore::todayChanged);
+    QSignalSpy threshold(&store, &DayStore::thresholdCheckRequested);
+    QSignalSpy history(&store, &DayStore::historyPublished);
     store.addSession(makeSession(TokenType::input, 2, clock.now()));
     settle();
+    store.waitForHistory();
+    QCOMPARE(changes.count(), 1);
+    QCOMPARE(threshold.count(), 1);
+    QCOMPARE(threshold.first().at(0).toLongLong(), qint64(33));
+    QCOMPARE(history.count(), 1);
     QCOMPARE(store.sessions().size(), 3);
     QCOMPARE(store.sessions().first(), earlier);
     QCOMPARE(store.grossTokens(), qint64(33));
@@ -243,14 +254,14 @@ void DayStoreTest::wake() {
     QVERIFY(qAbs(store.midnightTimerRemaining() - 16 * 3600 * 1000) < 2000);
 }
 
-void DayStoreTest::developerReset() {
+void DayStoreTest::resetToday() {
     FakeClock clock(local(2026, 5, 30, 10));
     DayStore store(*m_db, clock);
     store.addSession(makeSession(TokenType::reasoning, 10, clock.now()));
     store.recoverTokens(5);
     settle();
     const QDateTime resetDate = store.lastResetDate();
-    store.resetForDebug();
+    store.resetToday();
     settle();
     QCOMPARE(store.totalWeighted(), qint64(0));
     QVERIFY(store.tokensByType().isEmpty());

@@ -12,7 +12,7 @@
 #include "services/CategoriesModel.h"
 #include "services/ExportManager.h"
 #include "services/UpdateChecker.h"
-#include "store/DayStore.h"
+#include "store/DaySummary.h"
 #include "views/Symbols.h"
 
 #include <QMetaProperty>
@@ -50,7 +50,7 @@ public slots:
     void qmlEngineAvailable(QQmlEngine* engine) {
         engine->rootContext()->setContextProperty(
             QStringLiteral("realMembers"),
-            QVariantMap{{"store", members(DayStore::staticMetaObject)},
+            QVariantMap{{"store", members(DaySummary::staticMetaObject)},
                         {"monitor", members(ActivityMonitor::staticMetaObject)},
                         {"context", members(SessionContextEngine::staticMetaObject)},
                         {"spotlight", members(SpotlightMonitor::staticMetaObject)},
