@@ -38,6 +38,9 @@ public:
         int tickIntervalMs = 10000;
         int firstLaunchDelayMs = 500;
         double updateIntervalHours = 1.0;
+        // How long the windows stay made after the last one closed; then they and their QML
+        // engine are let go, and the heap they used is handed back.
+        int windowsReleaseDelayMs = 30000;
     };
 
     AppDelegate(SqliteDefaults& defaults, const Clock& clock, Options options,
@@ -72,6 +75,7 @@ private:
     void refreshMenu();
     // The windows, made (and the UI library loaded) on first use; null if it cannot load.
     DashboardWindows* windows();
+    void releaseWindows();
 
     SqliteDefaults& m_defaults;
     const Clock& m_clock;
@@ -102,5 +106,6 @@ private:
     bool m_ordinaryWindow = false;
     std::unique_ptr<DashboardWindows> m_windows;
     bool m_windowsFailed = false;
+    QTimer m_windowsRelease;
     bool m_started = false;
 };
