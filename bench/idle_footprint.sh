@@ -135,8 +135,10 @@ dbus-run-session -- bash -euo pipefail -c '
     echo "idle wakeups-per-hour ${wakes[*]}"
     echo "idle counted-by $([ -n "$use_perf" ] && echo perf || echo proc) over $minutes minutes"
     memory $tray "end"
-    for name in tray track; do
-        grep -v "^$" "$work/$name.log" | grep -iv "following\|tracking;" | head -3 | sed "s/^/$name: /" >&2
-    done
     kill $floor $tray $track
+    wait $floor $tray $track 2>/dev/null || true
+    for name in tray track; do
+        grep -v "^$" "$work/$name.log" | grep -iv "following\|tracking;" | head -3 |
+            sed "s/^/$name: /" >&2 || true
+    done
 '
