@@ -7,7 +7,8 @@
 #
 # Wall-clock figures are the middle of three runs; instruction counts come from one run under
 # callgrind, which does not depend on how busy the machine is. The whole run takes a few
-# minutes (most of it the file-watch benchmark's tree of 200,000 files).
+# minutes (most of it the file-watch benchmark's tree of 200,000 files), plus the idle
+# benchmark's IDLE_MINUTES (default 10) of measured idleness and about two minutes around them.
 set -euo pipefail
 root=$(cd "$(dirname "$0")/.." && pwd)
 update=
@@ -60,8 +61,39 @@ TABLE
 )
 echo "$table"
 
+# Idle cost and memory of the tray app and `track` beside the floor program.
+"$root/bench/idle_footprint.sh" "$build" "${IDLE_MINUTES:-10}" >"$work/idle"
+figure() { grep "^$1" "$work/idle" | awk -v n="$2" '{print $n}'; }
+times() { awk -v a="$1" -v b="$2" 'BEGIN { printf "%.1f×", a / b }'; }
+fcpu=$(figure "idle cpu" 3) tcpu=$(figure "idle cpu" 4) kcpu=$(figure "idle cpu" 5)
+fwake=$(figure "idle wakeups" 3) twake=$(figure "idle wakeups" 4) kwake=$(figure "idle wakeups" 5)
+mem() { echo "$(figure "memory $1" 4) MiB (PSS $(figure "memory $1" 6) MiB)"; }
+idle_table=$(cat <<TABLE
+| What | Figure | Target |
+|---|---|---|
+| Floor program: CPU, wake-ups per idle hour | $fcpu s, $fwake | |
+| Tray app: CPU per idle hour | $tcpu s ($(times "$tcpu" "$fcpu") the floor) | at most 2× the floor |
+| Tray app: wake-ups per idle hour | $twake ($(times "$twake" "$fwake") the floor) | at most 2× the floor |
+| \`mindmeter track\`: CPU per idle hour | $kcpu s ($(times "$kcpu" "$fcpu") the floor) | at most 2× the floor |
+| \`mindmeter track\`: wake-ups per idle hour | $kwake ($(times "$kwake" "$fwake") the floor) | at most 2× the floor |
+| Tray app resident, dashboard never opened | $(mem start-up) | at most 32 MiB |
+| Tray app resident, dashboard open | $(mem dashboard-open) | at most 56 MiB |
+| Tray app resident, 5 s after closing the dashboard | $(mem closed-5s) | |
+| Tray app resident, about 70 s after closing it | $(mem closed-70s) | near the first figure |
+| Tray app resident after the idle count | $(mem end) | |
+TABLE
+)
+echo
+echo "$idle_table"
+echo "($(grep "^idle counted-by" "$work/idle" | cut -d' ' -f2-))"
+
 if [ -n "$update" ]; then
     doc="$root/docs/benchmarks.md"
+    awk -v table="$idle_table" '
+        /<!-- idle table: begin -->/ { print; print table; skip = 1; next }
+        /<!-- idle table: end -->/ { skip = 0 }
+        !skip { print }' "$doc" >"$work/idle-doc"
+    cp "$work/idle-doc" "$doc"
     awk -v table="$table" '
         /<!-- table: begin -->/ { print; print table; skip = 1; next }
         /<!-- table: end -->/ { skip = 0 }

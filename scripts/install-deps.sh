@@ -40,8 +40,9 @@ packages=(
     sway foot wtype kwin-wayland weston
     # Tests: the fuzz targets (clang with libFuzzer and the sanitizers); benchmarks: callgrind
     clang-14 libclang-rt-14-dev valgrind
-    # Benchmarks: the tray app beside another tray app, and the X server's idle time
-    workrave xprintidle
+    # Benchmarks: the tray app beside another tray app, and the X server's idle time; CPU
+    # and context switches of idle processes
+    workrave xprintidle linux-perf
 )
 
 missing=()

@@ -31,16 +31,52 @@
 #include "store/SqliteDefaults.h"
 
 #include <QCoreApplication>
+#include <QFile>
 #include <QLoggingCategory>
 
+#include <malloc.h>
+#include <sys/mman.h>
+
 Q_LOGGING_CATEGORY(lcApp, "mindmeter.app")
+
+namespace {
+
+// Asks the kernel to drop this process's resident pages of the windows' libraries (Qt Quick,
+// QML and the UI library), which stay loaded once the windows are let go: read-only mappings
+// only, and pages no other process maps. They are read in again if the windows come back.
+void releaseWindowLibraryPages() {
+    QFile maps(QStringLiteral("/proc/self/maps"));
+    if (!maps.open(QIODevice::ReadOnly))
+        return;
+    for (const QByteArray& line : maps.readAll().split('\n')) {
+        const QList<QByteArray> fields = line.simplified().split(' ');
+        if (fields.size() < 6 || fields.at(1).size() < 2 || fields.at(1).at(1) == 'w')
+            continue;
+        const QByteArray& path = fields.at(5);
+        if (!path.contains("libQt6Quick") && !path.contains("libQt6Qml") &&
+            !path.contains("mindmeter-ui"))
+            continue;
+        const QList<QByteArray> range = fields.at(0).split('-');
+        bool okStart = false, okEnd = false;
+        const quintptr start = range.value(0).toULongLong(&okStart, 16);
+        const quintptr end = range.value(1).toULongLong(&okEnd, 16);
+        if (okStart && okEnd && end > start)
+            madvise(reinterpret_cast<void*>(start), end - start, MADV_PAGEOUT);
+    }
+}
+
+} // namespace
 
 AppDelegate::AppDelegate(SqliteDefaults& defaults, const Clock& clock, Options options,
                          QObject* parent)
     : QObject(parent)
     , m_defaults(defaults)
     , m_clock(clock)
-    , m_options(options) {}
+    , m_options(options) {
+    m_windowsRelease.setSingleShot(true);
+    m_windowsRelease.setInterval(m_options.windowsReleaseDelayMs);
+    connect(&m_windowsRelease, &QTimer::timeout, this, &AppDelegate::releaseWindows);
+}
 
 AppDelegate::~AppDelegate() {
     applicationWillTerminate();
@@ -188,8 +224,19 @@ DashboardWindows* AppDelegate::windows() {
         if (!error.isEmpty())
             qCWarning(lcApp) << "the dashboard:" << error;
         m_windowsFailed = !m_windows;
+        if (m_windows)
+            m_windows->setAllHiddenHandler([this] { m_windowsRelease.start(); });
     }
     return m_windows.get();
+}
+
+void AppDelegate::releaseWindows() {
+    // Made again, with a fresh QML engine, when next wanted. The libraries stay loaded.
+    if (!m_windows || m_windows->isAnyWindowVisible())
+        return;
+    m_windows.reset();
+    malloc_trim(0);
+    releaseWindowLibraryPages();
 }
 
 void AppDelegate::togglePopover(QPoint anchor) {

@@ -43,6 +43,9 @@ public:
         // Shown once as a desktop notification when started (a damaged data file set
         // aside, say).
         std::optional<NotificationRequest> startUpNotice;
+        // How long the windows stay made after the last one closed; then they and their QML
+        // engine are let go, and the heap they used is handed back.
+        int windowsReleaseDelayMs = 30000;
     };
 
     AppDelegate(SqliteDefaults& defaults, const Clock& clock, Options options,
@@ -77,6 +80,7 @@ private:
     void refreshMenu();
     // The windows, made (and the UI library loaded) on first use; null if it cannot load.
     DashboardWindows* windows();
+    void releaseWindows();
 
     SqliteDefaults& m_defaults;
     const Clock& m_clock;
@@ -108,5 +112,6 @@ private:
     bool m_ordinaryWindow = false;
     std::unique_ptr<DashboardWindows> m_windows;
     bool m_windowsFailed = false;
+    QTimer m_windowsRelease;
     bool m_started = false;
 };

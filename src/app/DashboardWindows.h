@@ -4,6 +4,8 @@
 #include <QString>
 #include <QVariantMap>
 
+#include <functional>
+
 // The dashboard and the preferences, as the tray app sees them. They live in the UI
 // library (Qt Quick and the views), which is loaded the first time a window is wanted, so a
 // tray app whose dashboard stays closed never pays for Qt Quick.
@@ -15,6 +17,10 @@ public:
     virtual void showPopover(QPoint anchor) = 0;
     virtual bool isPopoverVisible() const = 0;
     virtual void showPreferences() = 0;
+    // Whether the dashboard or the preferences are on screen.
+    virtual bool isAnyWindowVisible() const = 0;
+    // Called each time the last of these windows on screen is hidden or closed.
+    virtual void setAllHiddenHandler(std::function<void()> handler) = 0;
 };
 
 // What the UI library offers, by name.

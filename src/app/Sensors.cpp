@@ -3,6 +3,7 @@
 #include "DesktopBackend.h"
 
 #include "platform/CompositeTabSource.h"
+#include "platform/RecentIdleSource.h"
 #include "platform/linux/AppAliases.h"
 #include "platform/linux/AppIdentityResolver.h"
 #include "platform/linux/ChromiumTabSource.h"
@@ -44,7 +45,10 @@ bool Sensors::create(Options options, QString* error) {
     if (!m_desktop)
         return false;
     Workspace& workspace = *m_desktop->workspace;
-    IdleSource& idle = *m_desktop->idle;
+    // The monitor and the engine tick together: one question to the desktop serves both.
+    m_idle = std::make_unique<RecentIdleSource>(*m_desktop->idle, m_clock,
+                                                qMin(1000, options.tickIntervalMs / 2));
+    IdleSource& idle = *m_idle;
 
     m_context = std::make_unique<SessionContextEngine>(
         workspace, idle, m_store, m_defaults, m_clock,

@@ -16,6 +16,7 @@ class ChromiumTabSource;
 class CompositeTabSource;
 class FirefoxTabSource;
 class InotifyFileChangeIndex;
+class RecentIdleSource;
 class SessionContextEngine;
 class SpotlightMonitor;
 class Workspace;
@@ -60,6 +61,7 @@ private:
     std::unique_ptr<DesktopEntryIndex> m_entries;
     std::unique_ptr<AppIdentityResolver> m_resolver;
     std::unique_ptr<DesktopBackend> m_desktop;
+    std::unique_ptr<RecentIdleSource> m_idle; // in front of the desktop's idle source
     std::unique_ptr<SessionContextEngine> m_context;
     std::unique_ptr<ActivityMonitor> m_monitor;
     QThread m_fileThread; // the file-change index reads its events here

@@ -141,6 +141,9 @@ int TrayApplication::run(int argc, char* argv[]) {
 
     if (const int tick = qEnvironmentVariableIntValue("MINDMETER_TICK_MS"); tick >= 10)
         options.tickIntervalMs = tick; // for tests: each tick still counts ten seconds
+    if (const int release = qEnvironmentVariableIntValue("MINDMETER_WINDOWS_RELEASE_MS");
+        release >= 1)
+        options.windowsReleaseDelayMs = release; // for tests
     AppDelegate delegate(*defaults, Clock::system(), options);
     if (!delegate.applicationDidFinishLaunching(std::move(statusItem), &error)) {
         std::fprintf(stderr, "mindmeter: cannot follow the desktop: %s\n", qPrintable(error));

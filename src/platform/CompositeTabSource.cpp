@@ -7,6 +7,7 @@ CompositeTabSource::CompositeTabSource(QList<BrowserTabSource*> sources)
     : m_sources(std::move(sources)) {
     m_worker.setMaxThreadCount(1);
     m_worker.setObjectName(QStringLiteral("browser tabs"));
+    m_worker.setExpiryTimeout(-1); // asked every 30 s while a browser is in front
 }
 
 CompositeTabSource::~CompositeTabSource() {

@@ -2,6 +2,8 @@
 
 #include <QStringList>
 
+#include <optional>
+
 // Which files in the user's home folder had their content written recently: saved in
 // place, or moved into place as editors do when they save through a temporary file.
 //
@@ -22,4 +24,8 @@ public:
         Q_UNUSED(seconds);
         return {};
     }
+
+    // How many changes were recorded since the index started, when it counts them: while
+    // the count stays the same, modifiedWithin() learns of no new file.
+    virtual std::optional<quint64> changeCount() const { return std::nullopt; }
 };

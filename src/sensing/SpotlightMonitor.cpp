@@ -166,6 +166,9 @@ void SpotlightMonitor::stop() {
 }
 
 void SpotlightMonitor::timerFired() {
+    const std::optional<quint64> changes = m_index.changeCount();
+    if (changes && qint64(*changes) == m_emptyAtCount.load() && !m_knowsRepositories.load())
+        return;
     const double multiplier = m_modeMultiplier();
     post([this, multiplier] { scan(multiplier); });
 }
@@ -192,6 +195,7 @@ void SpotlightMonitor::rememberRepository(const QString& root) {
         return;
     m_knownRepos.insert(root);
     m_repoRotation.append(root);
+    m_knowsRepositories.store(true);
 }
 
 void SpotlightMonitor::warmUp() {
@@ -223,7 +227,10 @@ void SpotlightMonitor::warmUp() {
 }
 
 void SpotlightMonitor::scan(double multiplier) {
+    const std::optional<quint64> changes = m_index.changeCount();
     const QStringList listed = m_index.modifiedWithin(scanLookBackSeconds);
+    // Counted before listing: a change recorded in between makes the count differ.
+    m_emptyAtCount.store(changes && listed.isEmpty() ? qint64(*changes) : -1);
     const QSet<QString> files(listed.cbegin(), listed.cend());
 
     QSet<QString> code, docs, touched;

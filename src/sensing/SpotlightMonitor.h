@@ -95,6 +95,11 @@ private:
     QThread m_worker;
     QObject m_workerContext;
     std::atomic<bool> m_cancelled{false};
+    // Set by the worker: the index's change count when a scan found nothing to look at (-1:
+    // not since the last change), and whether any repository is known. With both, the
+    // next scan would find nothing either, and the worker is left asleep.
+    std::atomic<qint64> m_emptyAtCount{-1};
+    std::atomic<bool> m_knowsRepositories{false};
     GitCommand m_git;
 
     // Worker state: touched by the worker thread only.

@@ -28,6 +28,9 @@ DayStore::DayStore(Defaults& defaults, const Clock& clock, Options options, QObj
             [this] { startHistoryComputation(std::move(m_pendingSnapshot)); });
     // One worker: overlapping computations would only race to publish.
     m_historyPool.setMaxThreadCount(1);
+    // The worker stays for the next refresh rather than ending after 30 s idle and being
+    // started again: a refresh a minute would otherwise make a thread a minute.
+    m_historyPool.setExpiryTimeout(-1);
 
     loadToday();
     refreshHistoryNow();

@@ -138,7 +138,8 @@ void TrayAppTest::aDayInThePanel() {
 
     QTemporaryDir home;
     QProcessEnvironment env = appEnvironment(home, bus.address());
-    env.insert("MINDMETER_TICK_MS", "50"); // each tick still counts ten seconds
+    env.insert("MINDMETER_TICK_MS", "50");             // each tick still counts ten seconds
+    env.insert("MINDMETER_WINDOWS_RELEASE_MS", "300"); // closed windows are let go soon
     // This test's host draws labels, but is no panel the app knows: it is told so.
     runCommand(env, {"defaults", "write", "mindmeter.countPlacement", "-string", "beside"});
     // The vendor's site, on loopback, offers a newer version.
@@ -201,6 +202,9 @@ void TrayAppTest::aDayInThePanel() {
     QDBusInterface item(service, "/StatusNotifierItem", "org.kde.StatusNotifierItem", connection);
     item.call("Activate", 1200, 8);
     QTRY_VERIFY(!popoverShown());
+    // Closed a while, the windows and their QML engine are let go; the click makes them again.
+    QTRY_VERIFY(!X11Windows::xdotool({"search", "--name", "^Mindmeter$", "getwindowgeometry", "%@"})
+                     .contains("380x460"));
     item.call("Activate", 1200, 8);
     QTRY_VERIFY(popoverShown());
     QTest::qWait(500);

@@ -34,6 +34,16 @@ public:
     void setPaths(const QStringList& paths) {
         QMutexLocker lock(&m_mutex);
         m_paths = paths;
+        ++m_changes;
+    }
+    std::optional<quint64> changeCount() const override {
+        QMutexLocker lock(&m_mutex);
+        return m_counting ? std::optional<quint64>(m_changes) : std::nullopt;
+    }
+    // From now on the changes are counted, as the real index counts them.
+    void countChanges() {
+        QMutexLocker lock(&m_mutex);
+        m_counting = true;
     }
     void setFolders(const QStringList& folders) {
         QMutexLocker lock(&m_mutex);
@@ -49,6 +59,8 @@ private:
     QStringList m_paths;
     QStringList m_folders;
     mutable QList<int> m_asked;
+    quint64 m_changes = 0;
+    bool m_counting = false;
 };
 
 QStringList numbered(const QString& folder, const QString& ext, int count) {
@@ -86,6 +98,7 @@ private slots:
     void sessionSizes();
     void skipRules();
     void savesCountOnceWhileRemembered();
+    void scansWaitForAChange();
     void multiplierIsReadWhenTheTimerFires();
 
     void commitsAreCreditedByChangedLines();
@@ -339,6 +352,21 @@ void SpotlightMonitorTest::commitsAreCreditedByChangedLines() {
     QCOMPARE(commits.at(2).rawTokens, qint64(20));
     QCOMPARE(commits.at(3).rawTokens, qint64(200)); // 1001 / 5
     QCOMPARE(commits.at(3).duration(), 60.0);
+}
+
+void SpotlightMonitorTest::scansWaitForAChange() {
+    // After a scan that found nothing, the worker is asked again only once a change is counted.
+    FakeFileChangeIndex index;
+    index.countChanges();
+    m_monitor = makeMonitor(index, QStringLiteral("/nonexistent/git"));
+    scan();
+    scan();
+    QCOMPARE(index.asked(), (QList<int>{600, 45}));
+    index.setPaths({m_home->filePath("notes.md")});
+    scan();
+    scan(); // the same save, still listed: asked again, counted once
+    QCOMPARE(index.asked(), (QList<int>{600, 45, 45, 45}));
+    QCOMPARE(sessionsOf("spotlight.docs").size(), 1);
 }
 
 void SpotlightMonitorTest::realFileEventsAndRealGit() {

@@ -9,6 +9,8 @@
 #include "views/Symbols.h"
 
 #include <QQmlExtensionPlugin>
+#include <QQuickWindow>
+#include <QSet>
 
 #include <memory>
 
@@ -25,12 +27,45 @@ public:
                     ordinaryWindow ? PopoverWindow::Style::ordinaryWindow
                                    : PopoverWindow::Style::popover)
         , m_preferences(m_host, preferencesModels) {}
-    void togglePopover(QPoint anchor) override { m_popover.toggle(anchor); }
-    void showPopover(QPoint anchor) override { m_popover.show(anchor); }
+    ~QuickDashboardWindows() override {
+        // Windows that go report no hiding to a half-destroyed object.
+        for (QQuickWindow* window : std::as_const(m_watched))
+            QObject::disconnect(window, nullptr, &m_host, nullptr);
+    }
+    void togglePopover(QPoint anchor) override {
+        m_popover.toggle(anchor);
+        watch(m_popover.window());
+    }
+    void showPopover(QPoint anchor) override {
+        m_popover.show(anchor);
+        watch(m_popover.window());
+    }
     bool isPopoverVisible() const override { return m_popover.isVisible(); }
-    void showPreferences() override { m_preferences.show(); }
+    void showPreferences() override {
+        m_preferences.show();
+        watch(m_preferences.window());
+    }
+    bool isAnyWindowVisible() const override {
+        return m_popover.isVisible() ||
+               (m_preferences.window() && m_preferences.window()->isVisible());
+    }
+    void setAllHiddenHandler(std::function<void()> handler) override {
+        m_allHidden = std::move(handler);
+    }
 
 private:
+    void watch(QQuickWindow* window) {
+        if (!window || m_watched.contains(window))
+            return;
+        m_watched.insert(window);
+        QObject::connect(window, &QWindow::visibleChanged, &m_host, [this](bool visible) {
+            if (!visible && !isAnyWindowVisible() && m_allHidden)
+                m_allHidden();
+        });
+    }
+
+    std::function<void()> m_allHidden;
+    QSet<QQuickWindow*> m_watched;
     ViewHost m_host;
     PopoverWindow m_popover;
     PreferencesWindow m_preferences;
@@ -42,7 +77,9 @@ extern "C" Q_DECL_EXPORT DashboardWindows*
 mindmeter_create_dashboard_windows(const QVariantMap& popoverModels,
                                    const QVariantMap& preferencesModels, bool ordinaryWindow,
                                    QString* error) {
-    if (!Symbols::loadFont() && error)
+    // Once per process: the windows may be made again after being let go.
+    static const bool fontLoaded = Symbols::loadFont();
+    if (!fontLoaded && error)
         *error = QStringLiteral("the icon font (Material Icons) is not installed");
     return new QuickDashboardWindows(popoverModels, preferencesModels, ordinaryWindow);
 }

@@ -263,6 +263,7 @@ void InotifyFileChangeIndex::record(const QByteArray& path, qint64 ms) {
     }
     m_changes.push_back({path, ms});
     m_changeByPath.insert(path, std::prev(m_changes.end()));
+    ++m_recorded;
     const qint64 oldest =
         m_clock.now().toMSecsSinceEpoch() - qint64(m_options.retentionSeconds) * 1000;
     while (!m_changes.empty() &&

@@ -60,6 +60,7 @@ public:
     // From the modification times of the folders the first walk reached (not hidden or
     // pruned ones); waits for that walk to end, so ask from a worker thread.
     QStringList foldersChangedWithin(int seconds) const override;
+    std::optional<quint64> changeCount() const override { return m_recorded.load(); }
 
     int watchCount() const { return m_watchCount.load(); }
     int entryCount() const;
@@ -99,6 +100,7 @@ private:
     QHash<QByteArray, int> m_watchByPath;
     std::atomic<int> m_watchCount{0};
     std::atomic<bool> m_limitReached{false};
+    std::atomic<quint64> m_recorded{0};
     bool m_limitLogged = false;
 
     // Recent changes, oldest first, one per path; shared with the readers.

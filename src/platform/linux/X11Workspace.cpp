@@ -48,6 +48,7 @@ X11Workspace::X11Workspace(xcb_connection_t* connection, int screen, AppIdentity
     m_wakeWatcher = new LogindWakeWatcher(this);
     connect(m_wakeWatcher, &LogindWakeWatcher::didWake, this, &Workspace::didWake);
 
+    m_activeWindow = activeWindow();
     m_lastActivated = frontmostApplication();
     // Whatever comes forward after a stretch with nothing in front is a new stay.
     connect(this, &Workspace::nothingInFront, this, [this] { m_lastActivated.reset(); });
@@ -182,12 +183,24 @@ bool X11Workspace::isTaskbarWindow(quint32 window) const {
 std::optional<RunningApp> X11Workspace::frontmostApplication() const {
     if (connectionBroken())
         return std::nullopt;
-    return appForWindow(activeWindow());
+    // A change already announced but not yet read is taken now; its activation follows on
+    // the next turn of the event loop, as it would have from the socket notifier.
+    if (takeEvents())
+        QMetaObject::invokeMethod(const_cast<X11Workspace*>(this),
+                                  &X11Workspace::handleActiveWindowChange, Qt::QueuedConnection);
+    return appForWindow(m_activeWindow);
 }
 
 QList<RunningApp> X11Workspace::runningApplications() const {
     if (connectionBroken())
         return {};
+    if (takeEvents())
+        QMetaObject::invokeMethod(const_cast<X11Workspace*>(this),
+                                  &X11Workspace::handleActiveWindowChange, Qt::QueuedConnection);
+    // Listed again only after the window manager changed the window list or the active
+    // window; a window's type and taskbar state are read when the list is made.
+    if (m_running)
+        return *m_running;
     const QList<quint32> clients = windowList(m_root, atom("_NET_CLIENT_LIST"));
     // Forget windows that are gone, so the cache stays as large as the desktop.
     for (auto it = m_appsByWindow.begin(); it != m_appsByWindow.end();)
@@ -201,6 +214,8 @@ QList<RunningApp> X11Workspace::runningApplications() const {
         if (app && !apps.contains(*app))
             apps.append(*app);
     }
+    if (!connectionBroken())
+        m_running = apps;
     return apps;
 }
 
@@ -220,21 +235,31 @@ void X11Workspace::readEvents() {
         m_notifier->setEnabled(false);
         return;
     }
+    if (takeEvents())
+        handleActiveWindowChange();
+}
+
+bool X11Workspace::takeEvents() const {
     const quint32 activeAtom = atom("_NET_ACTIVE_WINDOW");
     const quint32 clientListAtom = atom("_NET_CLIENT_LIST");
     bool activeChanged = false;
     while (xcb_generic_event_t* event = xcb_poll_for_event(m_connection)) {
         if ((event->response_type & 0x7f) == XCB_PROPERTY_NOTIFY) {
             const auto* p = reinterpret_cast<xcb_property_notify_event_t*>(event);
-            if (p->window == m_root && p->atom == activeAtom)
+            if (p->window == m_root && p->atom == activeAtom) {
                 activeChanged = true;
-            else if (p->window == m_root && p->atom == clientListAtom)
+            } else if (p->window == m_root && p->atom == clientListAtom) {
                 m_appsByWindow.clear(); // window ids may be reused
+                m_running.reset();
+            }
         }
         std::free(event);
     }
-    if (activeChanged)
-        handleActiveWindowChange();
+    if (activeChanged) {
+        m_activeWindow = activeWindow();
+        m_running.reset();
+    }
+    return activeChanged;
 }
 
 void X11Workspace::handleActiveWindowChange() {

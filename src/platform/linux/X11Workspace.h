@@ -15,7 +15,9 @@ class LogindWakeWatcher;
 // The workspace of an X11 desktop, read through EWMH: the window manager announces the
 // active window in _NET_ACTIVE_WINDOW and the managed windows in _NET_CLIENT_LIST on the
 // root window. Changes arrive as PropertyNotify events read from the connection's socket in
-// the Qt event loop; nothing is polled.
+// the Qt event loop; nothing is polled. The active window and the list of open applications
+// are kept from those events, so asking for them costs no round trip to the server unless
+// they changed.
 class X11Workspace final : public Workspace {
     Q_OBJECT
 public:
@@ -44,6 +46,8 @@ private:
     std::optional<RunningApp> appForWindow(quint32 window) const;
     bool isTaskbarWindow(quint32 window) const;
     void scheduleEventDrain() const;
+    // Takes the events already received; true when the active window changed.
+    bool takeEvents() const;
     void handleActiveWindowChange();
     bool connectionBroken() const;
 
@@ -54,6 +58,9 @@ private:
     LogindWakeWatcher* m_wakeWatcher = nullptr;
     mutable QHash<QString, quint32> m_atoms;
     mutable QHash<quint32, RunningApp> m_appsByWindow;
+    mutable quint32 m_activeWindow = 0;
+    // The open applications, until the window list or the active window changes.
+    mutable std::optional<QList<RunningApp>> m_running;
     std::optional<RunningApp> m_lastActivated;
     mutable bool m_reportedBroken = false;
     mutable bool m_drainScheduled = false;

@@ -18,8 +18,8 @@
 
 namespace {
 
-// A window with WM_CLASS (instance, className), transient for `owner` as a dialog is, on a
-// connection of its own; returns its id once it is shown, 0 on failure.
+// A window with WM_CLASS (instance, className), transient for `owner` as a dialog is (0: an
+// ordinary window), on a connection of its own; returns its id once it is shown, 0 on failure.
 quint32 openDialog(xcb_connection_t* c, const QByteArray& instance, const QByteArray& className,
                    quint32 owner) {
     if (xcb_connection_has_error(c))
@@ -112,13 +112,25 @@ void X11WorkspaceTest::activationsCarryTheApplication() {
 }
 
 void X11WorkspaceTest::runningApplications() {
-    const QList<RunningApp> apps = m_workspace->runningApplications();
-    QStringList ids;
-    for (const RunningApp& a : apps)
-        ids << a.bundleID;
-    QVERIFY2(ids.contains("com.microsoft.VSCode"), qPrintable(ids.join(',')));
-    QVERIFY(ids.contains("com.apple.Terminal.XTerm"));
-    QCOMPARE(ids.size(), 2);
+    const auto ids = [this] {
+        QStringList ids;
+        for (const RunningApp& a : m_workspace->runningApplications())
+            ids << a.bundleID;
+        return ids;
+    };
+    QVERIFY2(ids().contains("com.microsoft.VSCode"), qPrintable(ids().join(',')));
+    QVERIFY(ids().contains("com.apple.Terminal.XTerm"));
+    QCOMPARE(ids().size(), 2);
+
+    // The list is kept between questions: a window that opens or closes later is seen.
+    const auto connection = std::unique_ptr<xcb_connection_t, void (*)(xcb_connection_t*)>(
+        xcb_connect(nullptr, nullptr), xcb_disconnect);
+    const quint32 other = openDialog(connection.get(), "other", "Other", 0);
+    QVERIFY(other);
+    QTRY_COMPARE(ids().size(), 3);
+    xcb_destroy_window(connection.get(), other);
+    xcb_flush(connection.get());
+    QTRY_COMPARE(ids().size(), 2);
 }
 
 void X11WorkspaceTest::idleTimeFollowsInput() {
