@@ -13,10 +13,10 @@
 #include "model/AppPreferences.h"
 #include "model/OnboardingNote.h"
 #include "model/PreferencesModel.h"
-#include "platform/linux/ClipboardPasteboard.h"
 #include "platform/linux/DesktopOpener.h"
 #include "platform/linux/DialogFileChooser.h"
 #include "platform/linux/GnomeShellWorkspace.h"
+#include "platform/linux/QtClipboard.h"
 #include "platform/linux/XdgAutostartLoginItem.h"
 #include "sensing/ActivityMonitor.h"
 #include "sensing/BrowserAITracker.h"
@@ -43,7 +43,6 @@ AppDelegate::AppDelegate(SqliteDefaults& defaults, const Clock& clock, Options o
 
 AppDelegate::~AppDelegate() {
     applicationWillTerminate();
-    SessionContextEngine::setShared(nullptr);
 }
 
 bool AppDelegate::applicationDidFinishLaunching(std::unique_ptr<StatusItem> statusItem,
@@ -61,10 +60,10 @@ bool AppDelegate::applicationDidFinishLaunching(std::unique_ptr<StatusItem> stat
     // Services.
     m_alerts = std::make_unique<Alerts>(*m_store, m_sensors->context(), m_defaults, m_clock);
     m_fileChooser = std::make_unique<DialogFileChooser>();
-    m_pasteboard = std::make_unique<ClipboardPasteboard>();
+    m_clipboard = std::make_unique<QtClipboard>();
     m_opener = std::make_unique<DesktopOpener>();
     m_export = std::make_unique<ExportManager>(*m_store, m_defaults, m_clock, *m_fileChooser,
-                                               *m_pasteboard);
+                                               *m_clipboard);
     m_updates = std::make_unique<UpdateChecker>(*m_opener);
 
     // Settings, announcements and launch at login.

@@ -67,7 +67,6 @@ int TrayApplication::run(int argc, char* argv[]) {
         return 1;
     }
     defaults->setBusyWaitLimit(SqliteDefaults::interactiveBusyWaitMs);
-    Defaults::setStandard(defaults.get());
 
     TrackingLock lock(QFileInfo(defaults->path()).absolutePath());
     if (!lock.tryLock(&error)) {

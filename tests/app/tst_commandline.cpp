@@ -147,6 +147,8 @@ void CommandLineTest::usageErrorsWriteNothing_data() {
     QTest::newRow("empty application id") << QStringList{"categories", "set", " ", "Writing"};
     QTest::newRow("categories action") << QStringList{"categories", "list"};
     QTest::newRow("remove without id") << QStringList{"categories", "remove"};
+    QTest::newRow("snapshot without folder") << QStringList{"--snapshot"};
+    QTest::newRow("snapshot inside a verb") << QStringList{"summary", "--snapshot", "shots"};
 }
 
 void CommandLineTest::usageErrorsWriteNothing() {
