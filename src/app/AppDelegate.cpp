@@ -13,10 +13,10 @@
 #include "model/AppPreferences.h"
 #include "model/OnboardingNote.h"
 #include "model/PreferencesModel.h"
-#include "platform/linux/ClipboardPasteboard.h"
 #include "platform/linux/DesktopOpener.h"
 #include "platform/linux/DialogFileChooser.h"
 #include "platform/linux/GnomeShellWorkspace.h"
+#include "platform/linux/QtClipboard.h"
 #include "platform/linux/XdgAutostartLoginItem.h"
 #include "sensing/ActivityMonitor.h"
 #include "sensing/BrowserAITracker.h"
@@ -80,7 +80,6 @@ AppDelegate::AppDelegate(SqliteDefaults& defaults, const Clock& clock, Options o
 
 AppDelegate::~AppDelegate() {
     applicationWillTerminate();
-    SessionContextEngine::setShared(nullptr);
 }
 
 bool AppDelegate::applicationDidFinishLaunching(std::unique_ptr<StatusItem> statusItem,
@@ -101,10 +100,10 @@ bool AppDelegate::applicationDidFinishLaunching(std::unique_ptr<StatusItem> stat
     if (m_options.startUpNotice)
         m_alerts->sink().add(*m_options.startUpNotice);
     m_fileChooser = std::make_unique<DialogFileChooser>();
-    m_pasteboard = std::make_unique<ClipboardPasteboard>();
+    m_clipboard = std::make_unique<QtClipboard>();
     m_opener = std::make_unique<DesktopOpener>();
     m_export = std::make_unique<ExportManager>(*m_store, m_defaults, m_clock, *m_fileChooser,
-                                               *m_pasteboard);
+                                               *m_clipboard);
     m_updates = std::make_unique<UpdateChecker>(*m_opener);
 
     // Settings, announcements and launch at login.

@@ -12,7 +12,7 @@
 
 class AppEvents;
 class CategoriesModel;
-class ClipboardPasteboard;
+class QtClipboard;
 class Alerts;
 class DayStore;
 class DaySummary;
@@ -30,6 +30,8 @@ class StatusPresenter;
 class UpdateChecker;
 class Clock;
 
+// The tray application's composition root (named as the product names it).
+//
 // The running application: makes the day store's sensors, services and windows, puts the
 // status item in the panel, and starts and stops everything in order.
 class AppDelegate : public QObject {
@@ -92,7 +94,7 @@ private:
 
     std::unique_ptr<Alerts> m_alerts;
     std::unique_ptr<DialogFileChooser> m_fileChooser;
-    std::unique_ptr<ClipboardPasteboard> m_pasteboard;
+    std::unique_ptr<QtClipboard> m_clipboard;
     std::unique_ptr<DesktopOpener> m_opener;
     std::unique_ptr<ExportManager> m_export;
     std::unique_ptr<UpdateChecker> m_updates;

@@ -4,8 +4,8 @@
 
 #include "model/CategoryRules.h"
 #include "platform/Clock.h"
+#include "platform/Defaults.h"
 #include "store/RecentApplications.h"
-#include "store/SqliteDefaults.h"
 
 namespace {
 
@@ -33,7 +33,7 @@ QString CommandLine::unreadableRulesMessage() {
 int CommandLine::categories(const QStringList& args) {
     const QString action = args.value(0);
     if (args.isEmpty())
-        return listCategories();
+        return withStore([this](Defaults& store) { return listCategories(store); });
     if (action != QLatin1String("set") && action != QLatin1String("remove"))
         return usageError(QStringLiteral("categories takes set or remove, or nothing"));
 
@@ -63,34 +63,30 @@ int CommandLine::categories(const QStringList& args) {
             return usageError(QStringLiteral("the %1 is empty").arg(what.toLower()));
     }
 
-    std::unique_ptr<SqliteDefaults> store = openStore();
-    if (!store)
-        return 1;
-    const CategoryRules current = CategoryRules::read(*store);
-    if (current.isCorrupt())
-        return failure(unreadableRulesMessage());
-    QList<CategoryRule> updated;
-    if (rule) {
-        updated = current.with(*rule);
-    } else {
-        std::optional<QList<CategoryRule>> remaining = current.without(kind, rest[0]);
-        if (!remaining)
-            return failure(QStringLiteral("no rule for %1").arg(rest[0].trimmed()));
-        updated = *remaining;
-    }
-    if (!CategoryRules::write(*store, updated))
-        return failure(
-            QStringLiteral("cannot write %1: %2").arg(CategoryRules::key, store->lastError()));
-    return 0;
+    return withStore([&](Defaults& store) {
+        const CategoryRules current = CategoryRules::read(store);
+        if (current.isCorrupt())
+            return failure(unreadableRulesMessage());
+        QList<CategoryRule> updated;
+        if (rule) {
+            updated = current.with(*rule);
+        } else {
+            std::optional<QList<CategoryRule>> remaining = current.without(kind, rest[0]);
+            if (!remaining)
+                return failure(QStringLiteral("no rule for %1").arg(rest[0].trimmed()));
+            updated = *remaining;
+        }
+        if (!CategoryRules::write(store, updated))
+            return failure(
+                QStringLiteral("cannot write %1: %2").arg(CategoryRules::key, store.lastError()));
+        return 0;
+    });
 }
 
-int CommandLine::listCategories() {
-    std::unique_ptr<SqliteDefaults> store = openStore();
-    if (!store)
-        return 1;
-    const CategoryRules rules = CategoryRules::read(*store);
+int CommandLine::listCategories(Defaults& store) {
+    const CategoryRules rules = CategoryRules::read(store);
     if (rules.isCorrupt())
-        std::fprintf(m_err, "mindmeter: %s\n", qUtf8Printable(unreadableRulesMessage()));
+        say(unreadableRulesMessage());
 
     QString text = QStringLiteral("Your rules (consulted first; the longest match wins):\n");
     for (const CategoryRule& r : rules.rules())
@@ -100,7 +96,7 @@ int CommandLine::listCategories() {
 
     text += QStringLiteral("\nApplications seen in the last 30 days:\n");
     const QList<RecentApplications::Application> seen =
-        RecentApplications::read(*store, m_clock.now().toLocalTime().date());
+        RecentApplications::read(store, m_clock.now().toLocalTime().date());
     for (const RecentApplications::Application& app : seen) {
         const CategoryRule* rule = rules.appRule(app.bundleID);
         text += QStringLiteral("  %1  %2  %3%4\n")

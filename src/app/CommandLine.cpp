@@ -17,12 +17,6 @@
 
 namespace {
 
-const QStringList verbs = {
-    QStringLiteral("defaults"), QStringLiteral("status"),     QStringLiteral("history"),
-    QStringLiteral("export"),   QStringLiteral("summary"),    QStringLiteral("update"),
-    QStringLiteral("track"),    QStringLiteral("categories"), QStringLiteral("help"),
-    QStringLiteral("--help"),   QStringLiteral("-h"),         QStringLiteral("--version")};
-
 QString printableValue(const QVariant& v) {
     if (v.typeId() == QMetaType::QByteArray)
         return QStringLiteral("{length = %1}").arg(v.toByteArray().size());
@@ -40,16 +34,40 @@ QString percent(double fraction) {
     return printfDouble("%.0f%%", fraction * 100.0);
 }
 
+// Why today's stored record cannot be shown; empty when it can.
+QString damage(const DayStore& day, const Defaults& store) {
+    const QString key = DayKeys::sessions(DayKeys::dayText(day.day()));
+    switch (day.storedDay()) {
+    case DayStore::StoredDay::Readable:
+        return {};
+    case DayStore::StoredDay::Unreadable:
+        return QStringLiteral("today's sessions (%1) in %2 cannot be read: %3")
+            .arg(key, store.path(), store.lastError());
+    case DayStore::StoredDay::Undecodable:
+        break;
+    }
+    return QStringLiteral("today's sessions (%1) in %2 are damaged and do not read as a day; "
+                          "the app keeps them aside before it records over them")
+        .arg(key, store.path());
+}
+
+// Why a key reads as absent: it is not there, or the store could not be read.
+QString absence(const Defaults& store, const QString& key, bool readable) {
+    return readable ? QStringLiteral("no value for %1").arg(key)
+                    : QStringLiteral("cannot read %1: %2").arg(key, store.lastError());
+}
+
 } // namespace
 
-CommandLine::CommandLine(const Clock& clock, FILE* out, FILE* err, FILE* in)
+CommandLine::CommandLine(const Clock& clock, StoreOpener openStore, FILE* out, FILE* err, FILE* in)
     : m_clock(clock)
+    , m_openStore(std::move(openStore))
     , m_out(out)
     , m_err(err)
     , m_in(in) {}
 
-bool CommandLine::handles(const QStringList& args) {
-    return !args.isEmpty() && verbs.contains(args.first());
+std::unique_ptr<Defaults> CommandLine::openUserStore(QString* error) {
+    return SqliteDefaults::open(SqliteDefaults::defaultPath(), error);
 }
 
 QString CommandLine::usage() {
@@ -97,29 +115,26 @@ int CommandLine::failure(const QString& message) {
     return 1;
 }
 
-std::unique_ptr<SqliteDefaults> CommandLine::openStore() {
-    QString error;
-    std::unique_ptr<SqliteDefaults> store =
-        SqliteDefaults::open(SqliteDefaults::defaultPath(), &error);
-    if (!store)
-        failure(error);
-    return store;
+void CommandLine::say(const QString& line) {
+    std::fprintf(m_err, "mindmeter: %s\n", qUtf8Printable(line));
+    std::fflush(m_err);
 }
 
-QString CommandLine::damage(const DayStore& day, const SqliteDefaults& store) {
-    const QString key = DayKeys::sessions(DayKeys::dayText(day.day()));
-    switch (day.storedDay()) {
-    case DayStore::StoredDay::Readable:
-        return {};
-    case DayStore::StoredDay::Unreadable:
-        return QStringLiteral("today's sessions (%1) in %2 cannot be read: %3")
-            .arg(key, store.path(), store.lastError());
-    case DayStore::StoredDay::Undecodable:
-        break;
-    }
-    return QStringLiteral("today's sessions (%1) in %2 are damaged and do not read as a day; "
-                          "the app keeps them aside before it records over them")
-        .arg(key, store.path());
+int CommandLine::withStore(const std::function<int(Defaults&)>& verb) {
+    QString error;
+    const std::unique_ptr<Defaults> store = m_openStore(&error);
+    if (!store)
+        return failure(error);
+    return verb(*store);
+}
+
+int CommandLine::withToday(const std::function<int(Defaults&, DayStore&)>& verb) {
+    return withStore([&](Defaults& store) {
+        DayStore day(store, m_clock);
+        if (const QString why = damage(day, store); !why.isEmpty())
+            return failure(why);
+        return verb(store, day);
+    });
 }
 
 int CommandLine::run(const QStringList& args) {
@@ -152,6 +167,9 @@ int CommandLine::run(const QStringList& args) {
         return track(rest);
     if (verb == QLatin1String("categories"))
         return categories(rest);
+    // Handled before the command line starts when it is the whole command.
+    if (verb == QLatin1String("--snapshot"))
+        return usageError(QStringLiteral("--snapshot takes one argument, DIR"));
     return usageError(QStringLiteral("unknown verb '%1'").arg(verb));
 }
 
@@ -188,33 +206,32 @@ int CommandLine::defaults(const QStringList& args) {
             return usageError(reason);
     }
 
-    std::unique_ptr<SqliteDefaults> store = openStore();
-    if (!store)
-        return 1;
+    return withStore([&](Defaults& store) {
+        const QString key = args.value(1);
+        if (action == QLatin1String("write")) {
+            if (!store.setValue(key, newValue))
+                return failure(QStringLiteral("cannot write %1: %2").arg(key, store.lastError()));
+            return 0;
+        }
+        if (action == QLatin1String("delete")) {
+            bool ok = false;
+            if (!store.value(key, &ok).isValid())
+                return failure(absence(store, key, ok));
+            if (!store.remove(key))
+                return failure(QStringLiteral("cannot delete %1: %2").arg(key, store.lastError()));
+            return 0;
+        }
+        return readDefaults(store, key);
+    });
+}
 
-    if (action == QLatin1String("write")) {
-        if (!store->setValue(args[1], newValue))
-            return failure(QStringLiteral("cannot write %1: %2").arg(args[1], store->lastError()));
-        return 0;
-    }
-    if (action == QLatin1String("delete")) {
+// One value as its type prints it, or, without a key, every value.
+int CommandLine::readDefaults(Defaults& store, const QString& key) {
+    if (!key.isEmpty()) {
         bool ok = false;
-        if (!store->value(args[1], &ok).isValid())
-            return failure(
-                ok ? QStringLiteral("no value for %1").arg(args[1])
-                   : QStringLiteral("cannot read %1: %2").arg(args[1], store->lastError()));
-        if (!store->remove(args[1]))
-            return failure(QStringLiteral("cannot delete %1: %2").arg(args[1], store->lastError()));
-        return 0;
-    }
-
-    if (args.size() == 2) {
-        bool ok = false;
-        const QVariant v = store->value(args[1], &ok);
+        const QVariant v = store.value(key, &ok);
         if (!v.isValid())
-            return failure(
-                ok ? QStringLiteral("no value for %1").arg(args[1])
-                   : QStringLiteral("cannot read %1: %2").arg(args[1], store->lastError()));
+            return failure(absence(store, key, ok));
         if (v.typeId() == QMetaType::QByteArray) {
             // Data is written out as it is stored, so a day can be piped into a JSON tool.
             printBytes(v.toByteArray());
@@ -225,10 +242,9 @@ int CommandLine::defaults(const QStringList& args) {
         }
         return 0;
     }
-
     QString listing = QStringLiteral("{\n");
-    for (const QString& key : store->keys())
-        listing += QStringLiteral("    \"%1\" = %2;\n").arg(key, printableValue(store->value(key)));
+    for (const QString& key : store.keys())
+        listing += QStringLiteral("    \"%1\" = %2;\n").arg(key, printableValue(store.value(key)));
     listing += QStringLiteral("}\n");
     print(listing);
     return 0;
@@ -256,45 +272,44 @@ int CommandLine::status(const QStringList& args) {
             return usageError(QStringLiteral("status takes one output format"));
         format = chosen;
     }
-    std::unique_ptr<SqliteDefaults> store = openStore();
-    if (!store)
-        return 1;
+    return withToday([&](Defaults& store, DayStore& day) {
+        if (format == QLatin1String("plain") || format == QLatin1String("waybar")) {
+            const StatusLine::Facts facts = StatusLine::read(day, store, m_clock);
+            if (format == QLatin1String("plain"))
+                print(StatusLine::label(facts) + u'\n');
+            else
+                printBytes(StatusLine::waybar(facts));
+            return 0;
+        }
+        day.waitForHistory();
+        return format == QLatin1String("json") ? printStatusJson(day) : printStatusText(store, day);
+    });
+}
 
-    DayStore day(*store, m_clock);
-    if (const QString why = damage(day, *store); !why.isEmpty())
-        return failure(why);
-    if (format == QLatin1String("plain") || format == QLatin1String("waybar")) {
-        const StatusLine::Facts facts = StatusLine::read(day, *store, m_clock);
-        if (format == QLatin1String("plain"))
-            print(StatusLine::label(facts) + u'\n');
-        else
-            printBytes(StatusLine::waybar(facts));
-        return 0;
-    }
-    day.waitForHistory();
+int CommandLine::printStatusJson(DayStore& day) {
+    const HistoryResult& h = day.history();
+    const QJsonObject o{
+        {QStringLiteral("day"), DayKeys::dayText(m_clock.now())},
+        {QStringLiteral("totalWeighted"), day.totalWeighted()},
+        {QStringLiteral("tokensByType"), jsonOf(HistoryRows::tokensByType(day.tokensByType()))},
+        {QStringLiteral("contextSaturation"), day.contextSaturation()},
+        {QStringLiteral("temperature"), day.temperature()},
+        {QStringLiteral("sessionCount"), qint64(day.sessions().size())},
+        {QStringLiteral("recoveredTokens"), day.recoveredTokens()},
+        {QStringLiteral("velocityLastHour"), day.velocityLastHour()},
+        {QStringLiteral("hourlyBuckets"), jsonOf(HistoryRows::hours(day.hourlyBuckets(8)))},
+        {QStringLiteral("peakHour"), jsonOf(HistoryRows::peakHour(h.peakHourData))},
+        {QStringLiteral("peakDayOfWeek"), jsonOf(HistoryRows::peakDay(h.peakDayOfWeek))},
+        {QStringLiteral("weekOverWeek"), jsonOf(HistoryRows::weekOverWeek(h.weekOverWeekData))},
+    };
+    printBytes(QJsonDocument(o).toJson(QJsonDocument::Indented));
+    return 0;
+}
+
+int CommandLine::printStatusText(Defaults& store, DayStore& day) {
     const HistoryResult& h = day.history();
     const QString dayText = DayKeys::dayText(m_clock.now());
-
-    if (format == QLatin1String("json")) {
-        const QJsonObject o{
-            {QStringLiteral("day"), dayText},
-            {QStringLiteral("totalWeighted"), day.totalWeighted()},
-            {QStringLiteral("tokensByType"), jsonOf(HistoryRows::tokensByType(day.tokensByType()))},
-            {QStringLiteral("contextSaturation"), day.contextSaturation()},
-            {QStringLiteral("temperature"), day.temperature()},
-            {QStringLiteral("sessionCount"), qint64(day.sessions().size())},
-            {QStringLiteral("recoveredTokens"), day.recoveredTokens()},
-            {QStringLiteral("velocityLastHour"), day.velocityLastHour()},
-            {QStringLiteral("hourlyBuckets"), jsonOf(HistoryRows::hours(day.hourlyBuckets(8)))},
-            {QStringLiteral("peakHour"), jsonOf(HistoryRows::peakHour(h.peakHourData))},
-            {QStringLiteral("peakDayOfWeek"), jsonOf(HistoryRows::peakDay(h.peakDayOfWeek))},
-            {QStringLiteral("weekOverWeek"), jsonOf(HistoryRows::weekOverWeek(h.weekOverWeekData))},
-        };
-        printBytes(QJsonDocument(o).toJson(QJsonDocument::Indented));
-        return 0;
-    }
-
-    const qint64 baseline = AppPreferences::dailyBaseline(*store);
+    const qint64 baseline = AppPreferences::dailyBaseline(store);
     QString text = QStringLiteral("Today %1: %2 of %3 tokens (%4)\n")
                        .arg(dayText, formatK(day.totalWeighted()), formatK(baseline),
                             percent(day.contextSaturation()));
@@ -345,34 +360,30 @@ int CommandLine::history(const QStringList& args) {
             return usageError(QStringLiteral("history does not take '%1'").arg(args[i]));
         }
     }
-    std::unique_ptr<SqliteDefaults> store = openStore();
-    if (!store)
-        return 1;
+    return withToday([&](Defaults&, DayStore& day) {
+        day.waitForHistory();
+        const HistoryResult& h = day.history();
+        const QDate oldest = m_clock.now().toLocalTime().date().addDays(-(days - 1));
+        QList<DayRow> rows;
+        for (const DayRow& r : h.extendedHistory)
+            if (r.date.toLocalTime().date() >= oldest)
+                rows.append(r);
 
-    DayStore day(*store, m_clock);
-    if (const QString why = damage(day, *store); !why.isEmpty())
-        return failure(why);
-    day.waitForHistory();
-    const HistoryResult& h = day.history();
-    const QDate oldest = m_clock.now().toLocalTime().date().addDays(-(days - 1));
-    QList<DayRow> rows;
-    for (const DayRow& r : h.extendedHistory)
-        if (r.date.toLocalTime().date() >= oldest)
-            rows.append(r);
-
-    if (json) {
-        const QJsonObject o{
-            {QStringLiteral("days"), jsonOf(HistoryRows::days(rows))},
-            {QStringLiteral("weekOverWeek"), jsonOf(HistoryRows::weekOverWeek(h.weekOverWeekData))},
-            {QStringLiteral("peakHour"), jsonOf(HistoryRows::peakHour(h.peakHourData))},
-            {QStringLiteral("peakDayOfWeek"), jsonOf(HistoryRows::peakDay(h.peakDayOfWeek))}};
-        printBytes(QJsonDocument(o).toJson(QJsonDocument::Indented));
+        if (json) {
+            const QJsonObject o{
+                {QStringLiteral("days"), jsonOf(HistoryRows::days(rows))},
+                {QStringLiteral("weekOverWeek"),
+                 jsonOf(HistoryRows::weekOverWeek(h.weekOverWeekData))},
+                {QStringLiteral("peakHour"), jsonOf(HistoryRows::peakHour(h.peakHourData))},
+                {QStringLiteral("peakDayOfWeek"), jsonOf(HistoryRows::peakDay(h.peakDayOfWeek))}};
+            printBytes(QJsonDocument(o).toJson(QJsonDocument::Indented));
+            return 0;
+        }
+        QString text;
+        for (const DayRow& r : rows)
+            text += QStringLiteral("%1  %2  %3\n")
+                        .arg(DayKeys::dayText(r.date), r.label.leftJustified(6), formatK(r.tokens));
+        print(text);
         return 0;
-    }
-    QString text;
-    for (const DayRow& r : rows)
-        text += QStringLiteral("%1  %2  %3\n")
-                    .arg(DayKeys::dayText(r.date), r.label.leftJustified(6), formatK(r.tokens));
-    print(text);
-    return 0;
+    });
 }

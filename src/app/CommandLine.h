@@ -4,11 +4,13 @@
 #include <QStringList>
 
 #include <cstdio>
+#include <functional>
 #include <memory>
 
 class Clock;
 class DayStore;
-class SqliteDefaults;
+class Defaults;
+class UnixSignalWatcher;
 
 // The verbs of `mindmeter VERB ...`: each does its work over the settings store and
 // exits, with no tray and no display.
@@ -18,10 +20,14 @@ class SqliteDefaults;
 // error never writes anything.
 class CommandLine {
 public:
-    CommandLine(const Clock& clock, FILE* out, FILE* err, FILE* in = stdin);
+    // Opens the settings store once a verb's arguments are known to be good: null, with the
+    // reason in *error, when it cannot be opened.
+    using StoreOpener = std::function<std::unique_ptr<Defaults>(QString* error)>;
 
-    // True when args (without the program name) start with a verb this class handles.
-    static bool handles(const QStringList& args);
+    CommandLine(const Clock& clock, StoreOpener openStore, FILE* out, FILE* err, FILE* in = stdin);
+
+    // The user's own store: the SQLite file at its default path.
+    static std::unique_ptr<Defaults> openUserStore(QString* error);
 
     int run(const QStringList& args);
 
@@ -34,23 +40,31 @@ private:
     int failure(const QString& message);
     void print(const QString& text);
     void printBytes(const QByteArray& bytes);
-    // The user's settings store, or null after saying why it cannot be opened.
-    std::unique_ptr<SqliteDefaults> openStore();
-    // Why today's stored record cannot be shown (empty when it can): damaged records are
+    void say(const QString& line); // one line on standard error, at once
+
+    // The prologue of every verb over the store: opens it, or says why it cannot, then
+    // runs the verb on it.
+    int withStore(const std::function<int(Defaults&)>& verb);
+    // The same with today's record loaded, refused when it is damaged: damaged records are
     // reported, never shown as an empty day.
-    static QString damage(const DayStore& day, const SqliteDefaults& store);
+    int withToday(const std::function<int(Defaults&, DayStore&)>& verb);
 
     int defaults(const QStringList& args);
+    int readDefaults(Defaults& store, const QString& key);
     int status(const QStringList& args);
+    int printStatusJson(DayStore& day);
+    int printStatusText(Defaults& store, DayStore& day);
     int history(const QStringList& args);
     int exportHistory(const QStringList& args); // ExportCommands.cpp
     int summary(const QStringList& args);       // ExportCommands.cpp
     int update(const QStringList& args);        // UpdateCommand.cpp
     int track(const QStringList& args);         // TrackCommand.cpp
-    int categories(const QStringList& args);    // CategoriesCommand.cpp
-    int listCategories();                       // CategoriesCommand.cpp
+    int trackWith(Defaults& store, int tickMs, UnixSignalWatcher& signalWatcher);
+    int categories(const QStringList& args); // CategoriesCommand.cpp
+    int listCategories(Defaults& store);     // CategoriesCommand.cpp
 
     const Clock& m_clock;
+    StoreOpener m_openStore;
     FILE* m_out;
     FILE* m_err;
     FILE* m_in;

@@ -23,6 +23,17 @@ public:
     virtual void setAllHiddenHandler(std::function<void()> handler) = 0;
 };
 
+// What the snapshot mode shows: the objects the popover's views read (as popoverModels
+// below) and the preferences' categories, over demo data. Made by the executable, which
+// holds the core, so the UI library holds no core code of its own.
+class SnapshotModels {
+public:
+    virtual ~SnapshotModels() = default;
+
+    virtual QVariantMap popoverModels() const = 0;
+    virtual QObject* categories() const = 0;
+};
+
 // What the UI library offers, by name.
 extern "C" {
 // popoverModels: store, monitor, context, spotlight, checker, exporter, preferences, events;
@@ -30,6 +41,9 @@ extern "C" {
 using CreateDashboardWindows = DashboardWindows* (*)(const QVariantMap& popoverModels,
                                                      const QVariantMap& preferencesModels,
                                                      bool ordinaryWindow, QString* error);
+// Makes the snapshot's models; called once the application exists.
+using MakeSnapshotModels = SnapshotModels* (*)();
 // `mindmeter --snapshot DIR`, run inside an application the library makes itself.
-using RunSnapshot = int (*)(int argc, char* argv[], const char* directory);
+using RunSnapshot = int (*)(int argc, char* argv[], const char* directory,
+                            MakeSnapshotModels makeModels);
 }

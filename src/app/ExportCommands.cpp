@@ -5,7 +5,6 @@
 #include "services/ExportFormatter.h"
 #include "services/ExportManager.h"
 #include "store/DayStore.h"
-#include "store/SqliteDefaults.h"
 
 #include <unistd.h>
 
@@ -25,34 +24,26 @@ QByteArray forStream(const QString& text, FILE* stream) {
 int CommandLine::exportHistory(const QStringList& args) {
     if (args.size() != 2 || args[0] != QLatin1String("--csv") || args[1].isEmpty())
         return usageError(QStringLiteral("export needs --csv PATH (- for standard output)"));
-    std::unique_ptr<SqliteDefaults> store = openStore();
-    if (!store)
-        return 1;
-    DayStore day(*store, m_clock);
-    if (const QString why = damage(day, *store); !why.isEmpty())
-        return failure(why);
-    day.waitForHistory();
-    const QString csv = ExportFormatter(day, *store, m_clock).csv();
-    if (args[1] == QLatin1String("-")) {
-        printBytes(forStream(csv, m_out));
+    return withToday([&](Defaults& store, DayStore& day) {
+        day.waitForHistory();
+        const QString csv = ExportFormatter(day, store, m_clock).csv();
+        if (args[1] == QLatin1String("-")) {
+            printBytes(forStream(csv, m_out));
+            return 0;
+        }
+        QString error;
+        if (!ExportManager::writeAtomically(args[1], csv.toUtf8(), &error))
+            return failure(QStringLiteral("cannot write %1: %2").arg(args[1], error));
         return 0;
-    }
-    QString error;
-    if (!ExportManager::writeAtomically(args[1], csv.toUtf8(), &error))
-        return failure(QStringLiteral("cannot write %1: %2").arg(args[1], error));
-    return 0;
+    });
 }
 
 int CommandLine::summary(const QStringList& args) {
     if (!args.isEmpty())
         return usageError(QStringLiteral("summary does not take '%1'").arg(args.first()));
-    std::unique_ptr<SqliteDefaults> store = openStore();
-    if (!store)
-        return 1;
-    DayStore day(*store, m_clock);
-    if (const QString why = damage(day, *store); !why.isEmpty())
-        return failure(why);
-    day.waitForHistory();
-    printBytes(forStream(ExportFormatter(day, *store, m_clock).markdownSummary(), m_out));
-    return 0;
+    return withToday([&](Defaults& store, DayStore& day) {
+        day.waitForHistory();
+        printBytes(forStream(ExportFormatter(day, store, m_clock).markdownSummary(), m_out));
+        return 0;
+    });
 }

@@ -27,7 +27,6 @@ Sensors::Sensors(DayStore& store, Defaults& defaults, const Clock& clock, QObjec
 
 Sensors::~Sensors() {
     stop();
-    SessionContextEngine::setShared(nullptr);
     // The monitor must not outlive the index it asks.
     m_spotlight.reset();
     if (m_files)
@@ -53,7 +52,6 @@ bool Sensors::create(Options options, QString* error) {
     m_context = std::make_unique<SessionContextEngine>(
         workspace, idle, m_store, m_defaults, m_clock,
         SessionContextEngine::Options{options.tickIntervalMs, 30});
-    SessionContextEngine::setShared(m_context.get());
     const auto multiplier = [context = m_context.get()] { return context->multiplier(); };
 
     ActivityMonitor::Options monitorOptions;

@@ -117,7 +117,6 @@ int TrayApplication::run(int argc, char* argv[]) {
         return 1;
     }
     defaults->setBusyWaitLimit(SqliteDefaults::interactiveBusyWaitMs);
-    Defaults::setStandard(defaults.get());
 
     if (!locked && !lock.tryLock(&error)) {
         std::fprintf(stderr, "mindmeter: %s\n", qPrintable(error));

@@ -1,35 +1,41 @@
 #include "CommandLine.h"
+#include "SnapshotWorld.h"
 #include "TrayApplication.h"
 #include "UiLibrary.h"
 
 #include "platform/Clock.h"
+#include "platform/Defaults.h"
 
 #include <QCoreApplication>
 
 #include <cstdio>
 
-int main(int argc, char* argv[]) {
-    // The snapshot mode renders views and needs a GUI application; every other verb runs
-    // without one.
-    for (int i = 1; i + 1 < argc; ++i) {
-        if (qstrcmp(argv[i], "--snapshot") == 0) {
-            QString error;
-            const RunSnapshot snapshot = UiLibrary::runSnapshot(&error);
-            if (!snapshot) {
-                std::fprintf(stderr, "mindmeter: cannot load the views: %s\n", qPrintable(error));
-                return 1;
-            }
-            return snapshot(argc, argv, argv[i + 1]);
-        }
-    }
+namespace {
 
+// `mindmeter --snapshot DIR` renders views and needs a GUI application, which the UI
+// library makes; every other verb runs without one.
+int runSnapshot(int argc, char* argv[]) {
+    QString error;
+    const RunSnapshot snapshot = UiLibrary::runSnapshot(&error);
+    if (!snapshot) {
+        std::fprintf(stderr, "mindmeter: cannot load the views: %s\n", qPrintable(error));
+        return 1;
+    }
+    return snapshot(argc, argv, argv[2], &SnapshotWorld::make);
+}
+
+} // namespace
+
+int main(int argc, char* argv[]) {
     // No verb: the tray application.
     if (argc == 1)
         return TrayApplication::run(argc, argv);
+    if (argc == 3 && qstrcmp(argv[1], "--snapshot") == 0)
+        return runSnapshot(argc, argv);
 
     QCoreApplication app(argc, argv);
     QCoreApplication::setApplicationName(QStringLiteral("mindmeter"));
     const QStringList args = QCoreApplication::arguments().mid(1);
-    CommandLine cli(Clock::system(), stdout, stderr);
+    CommandLine cli(Clock::system(), &CommandLine::openUserStore, stdout, stderr);
     return cli.run(args);
 }

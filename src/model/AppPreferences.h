@@ -37,19 +37,19 @@ public:
     inline static const QString notifHighTempFiredTime =
         QStringLiteral("mindmeter.notif.highTempFiredTime");
 
-    static qint64 dailyBaseline(const Defaults& d = Defaults::standard());
-    static double idleTimeout(const Defaults& d = Defaults::standard());
-    static bool hasLaunched(const Defaults& d = Defaults::standard());
-    static MenuBarDisplay menuBarDisplay(const Defaults& d = Defaults::standard());
+    static qint64 dailyBaseline(const Defaults& d);
+    static double idleTimeout(const Defaults& d);
+    static bool hasLaunched(const Defaults& d);
+    static MenuBarDisplay menuBarDisplay(const Defaults& d);
     // The stored placement when it is one of the three, else "automatic".
-    static QString countPlacementValue(const Defaults& d = Defaults::standard());
-    static bool proAlertIsEnabled(const Defaults& d = Defaults::standard());
-    static bool proTempAlertIsEnabled(const Defaults& d = Defaults::standard());
-    static bool proEndOfDayIsEnabled(const Defaults& d = Defaults::standard());
-    static bool proDailyGoalIsEnabled(const Defaults& d = Defaults::standard());
-    static qint64 alertThreshold(const Defaults& d = Defaults::standard());
-    static qint64 tempAlertThreshold(const Defaults& d = Defaults::standard());
-    static qint64 tempAlertMinutes(const Defaults& d = Defaults::standard());
-    static double endOfDayTimeSeconds(const Defaults& d = Defaults::standard());
-    static qint64 dailyGoal(const Defaults& d = Defaults::standard());
+    static QString countPlacementValue(const Defaults& d);
+    static bool proAlertIsEnabled(const Defaults& d);
+    static bool proTempAlertIsEnabled(const Defaults& d);
+    static bool proEndOfDayIsEnabled(const Defaults& d);
+    static bool proDailyGoalIsEnabled(const Defaults& d);
+    static qint64 alertThreshold(const Defaults& d);
+    static qint64 tempAlertThreshold(const Defaults& d);
+    static qint64 tempAlertMinutes(const Defaults& d);
+    static double endOfDayTimeSeconds(const Defaults& d);
+    static qint64 dailyGoal(const Defaults& d);
 };

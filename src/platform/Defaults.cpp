@@ -3,13 +3,10 @@
 #include <QHash>
 #include <QLocale>
 
-#include <atomic>
 #include <cmath>
 #include <limits>
 
 namespace {
-
-std::atomic<Defaults*> standardDefaults{nullptr};
 
 bool isSpace(QChar c) {
     return c == u' ' || c == u'\t' || c == u'\n' || c == u'\r';
@@ -188,15 +185,4 @@ bool Defaults::isStorable(const QVariant& v) {
     default:
         return false;
     }
-}
-
-Defaults& Defaults::standard() {
-    Defaults* d = standardDefaults.load();
-    if (!d)
-        qFatal("Defaults::standard() used before the settings store was opened");
-    return *d;
-}
-
-void Defaults::setStandard(Defaults* defaults) {
-    standardDefaults.store(defaults);
 }

@@ -30,6 +30,10 @@ public:
     // A number that changes whenever the key is written or removed; 0 when absent.
     // Lets readers cache what they decoded from a value.
     virtual quint64 revision(const QString& key) const;
+    // Where the values are kept (a file's path), for messages; empty when nowhere on disk.
+    virtual QString path() const { return {}; }
+    // Why the last read or write failed, for messages; empty when nothing is known.
+    virtual QString lastError() const { return {}; }
 
     qint64 integer(const QString& key) const { return toInteger(value(key)); }
     double real(const QString& key) const { return toReal(value(key)); }
@@ -51,10 +55,6 @@ public:
     static std::optional<QByteArray> toData(const QVariant& v);
     // True for the five value types a store keeps; a NaN double is not kept.
     static bool isStorable(const QVariant& v);
-
-    // The process-wide database, chosen by the composition root before first use.
-    static Defaults& standard();
-    static void setStandard(Defaults* defaults);
 
 signals:
     // Emitted after a write or removal made through this object.

@@ -1,7 +1,5 @@
 #pragma once
 
-#include "StandardInstance.h"
-
 #include <QString>
 
 #include <optional>
@@ -22,9 +20,4 @@ public:
 
     // The chosen path, or none when the user cancels.
     virtual std::optional<QString> chooseSaveLocation(const SaveRequest& request) = 0;
-
-    static FileChooser& standard() {
-        return StandardInstance<FileChooser>::get("FileChooser::standard()");
-    }
-    static void setStandard(FileChooser* chooser) { StandardInstance<FileChooser>::set(chooser); }
 };

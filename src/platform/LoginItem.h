@@ -2,7 +2,8 @@
 
 #include <QString>
 
-// Whether the program starts when the user logs in.
+// Whether the program starts when the user logs in: on Linux an XDG autostart entry
+// (XdgAutostartLoginItem).
 class LoginItem {
 public:
     enum class Status {

@@ -1,7 +1,5 @@
 #pragma once
 
-#include "StandardInstance.h"
-
 #include <QString>
 #include <QStringList>
 
@@ -44,12 +42,4 @@ public:
     virtual void add(const NotificationRequest& request) = 0;
     // Drops held requests with these identifiers; notifications already shown stay.
     virtual void removePending(const QStringList& identifiers) = 0;
-
-    // The process-wide sink, chosen by the composition root before first use.
-    static NotificationSink& standard() {
-        return StandardInstance<NotificationSink>::get("NotificationSink::standard()");
-    }
-    static void setStandard(NotificationSink* sink) {
-        StandardInstance<NotificationSink>::set(sink);
-    }
 };

@@ -10,6 +10,7 @@
 
 // The desktop's view of applications: which one is in front, which are open, and when
 // the front one changes or the machine wakes. Queried and signalled on the main thread.
+// On Linux a window system or compositor backend (X11, wlroots, KWin, GNOME Shell).
 class Workspace : public QObject {
     Q_OBJECT
 public:

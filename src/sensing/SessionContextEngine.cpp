@@ -4,11 +4,8 @@
 #include "store/DayStore.h"
 
 #include <algorithm>
-#include <atomic>
 
 namespace {
-
-std::atomic<SessionContextEngine*> sharedEngine{nullptr};
 
 bool startsWithAny(const QString& id, const QStringList& prefixes) {
     return std::any_of(prefixes.begin(), prefixes.end(),
@@ -134,17 +131,6 @@ SessionContextEngine::SessionContextEngine(Workspace& workspace, IdleSource& idl
     , m_rules(defaults) {
     m_timer.setInterval(options.tickIntervalMs);
     connect(&m_timer, &QTimer::timeout, this, &SessionContextEngine::tick);
-}
-
-SessionContextEngine& SessionContextEngine::shared() {
-    SessionContextEngine* e = sharedEngine.load();
-    if (!e)
-        qFatal("SessionContextEngine::shared() used before the engine was created");
-    return *e;
-}
-
-void SessionContextEngine::setShared(SessionContextEngine* engine) {
-    sharedEngine.store(engine);
 }
 
 void SessionContextEngine::start() {

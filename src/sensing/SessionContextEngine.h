@@ -67,10 +67,6 @@ public:
                          const Defaults& defaults, const Clock& clock, QObject* parent = nullptr)
         : SessionContextEngine(workspace, idle, store, defaults, clock, Options{}, parent) {}
 
-    // The process-wide engine, once the composition root has made it.
-    static SessionContextEngine& shared();
-    static void setShared(SessionContextEngine* engine);
-
     void start();
     void stop();
 

@@ -17,6 +17,9 @@
 #include <atomic>
 #include <functional>
 
+// The repository monitor. On Linux its file index is inotify (InotifyFileChangeIndex) and
+// repositories are asked with git; the name is the product's own for this sensor.
+//
 // Credits work that shows on disk rather than in the front application: files saved in the
 // home folder (source code and documents) and commits in git repositories.
 //

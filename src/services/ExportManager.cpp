@@ -5,17 +5,10 @@
 #include <QSaveFile>
 
 ExportManager::ExportManager(const DayStore& store, const Defaults& defaults, const Clock& clock,
-                             FileChooser& chooser, Pasteboard& pasteboard)
+                             FileChooser& chooser, Clipboard& clipboard)
     : m_formatter(store, defaults, clock)
     , m_chooser(chooser)
-    , m_pasteboard(pasteboard) {}
-
-ExportManager& ExportManager::shared() {
-    static ExportManager* manager =
-        new ExportManager(DayStore::shared(), Defaults::standard(), Clock::system(),
-                          FileChooser::standard(), Pasteboard::standard());
-    return *manager;
-}
+    , m_clipboard(clipboard) {}
 
 void ExportManager::exportCSV() {
     const std::optional<QString> path = m_chooser.chooseSaveLocation(
@@ -27,7 +20,7 @@ void ExportManager::exportCSV() {
 }
 
 void ExportManager::copyMarkdownSummary() {
-    m_pasteboard.setText(m_formatter.markdownSummary());
+    m_clipboard.setText(m_formatter.markdownSummary());
 }
 
 bool ExportManager::writeAtomically(const QString& path, const QByteArray& bytes, QString* error) {

@@ -2,8 +2,8 @@
 
 #include "ExportFormatter.h"
 
+#include "platform/Clipboard.h"
 #include "platform/FileChooser.h"
-#include "platform/Pasteboard.h"
 
 #include <QByteArray>
 #include <QObject>
@@ -18,10 +18,7 @@ public:
     inline static const QString saveTitle = QStringLiteral("Export Token History");
 
     ExportManager(const DayStore& store, const Defaults& defaults, const Clock& clock,
-                  FileChooser& chooser, Pasteboard& pasteboard);
-
-    // The process-wide manager over the shared store and the standard backends.
-    static ExportManager& shared();
+                  FileChooser& chooser, Clipboard& clipboard);
 
     // Asks where to save (a modal dialog) and writes the CSV there; nothing when cancelled.
     Q_INVOKABLE void exportCSV();
@@ -37,5 +34,5 @@ public:
 private:
     ExportFormatter m_formatter;
     FileChooser& m_chooser;
-    Pasteboard& m_pasteboard;
+    Clipboard& m_clipboard;
 };

@@ -36,12 +36,6 @@ NotificationManager::NotificationManager(NotificationSink& sink, Defaults& defau
     , m_clock(clock)
     , m_lastResetDay(startOfToday()) {}
 
-NotificationManager& NotificationManager::shared() {
-    static NotificationManager* manager = new NotificationManager(
-        NotificationSink::standard(), Defaults::standard(), Clock::system());
-    return *manager;
-}
-
 void NotificationManager::attach(DayStore& store) {
     connect(&store, &DayStore::thresholdCheckRequested, this, &NotificationManager::checkThreshold);
     // Emitted on the store's worker thread: the connection queues it to this thread.

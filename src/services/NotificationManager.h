@@ -29,9 +29,6 @@ public:
     NotificationManager(NotificationSink& sink, Defaults& defaults, const Clock& clock,
                         QObject* parent = nullptr);
 
-    // The process-wide manager over the standard sink, settings and the system clock.
-    static NotificationManager& shared();
-
     // Listens to the store: the threshold check after every recorded session, the digest after
     // every history computation (which the store announces from its worker thread).
     void attach(DayStore& store);

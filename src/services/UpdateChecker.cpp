@@ -136,11 +136,6 @@ UpdateChecker::~UpdateChecker() {
     }
 }
 
-UpdateChecker& UpdateChecker::shared() {
-    static UpdateChecker* checker = new UpdateChecker(Opener::standard());
-    return *checker;
-}
-
 QString UpdateChecker::configuredVendorUrl() {
     const QString fromEnvironment = qEnvironmentVariable("MINDMETER_VENDOR_URL");
     return fromEnvironment.isEmpty() ? QStringLiteral(MINDMETER_DEFAULT_VENDOR_URL)

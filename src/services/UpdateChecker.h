@@ -68,9 +68,6 @@ public:
         : UpdateChecker(opener, Options{}, parent) {}
     ~UpdateChecker() override;
 
-    // The process-wide checker over the standard opener.
-    static UpdateChecker& shared();
-
     // Checks now, then every intervalHours.
     void startPeriodicChecks(double intervalHours = 1.0);
     void stopPeriodicChecks();

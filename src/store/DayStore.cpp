@@ -51,11 +51,6 @@ DayStore::~DayStore() {
     m_historyPool.waitForDone();
 }
 
-DayStore& DayStore::shared() {
-    static DayStore* store = new DayStore(Defaults::standard(), Clock::system());
-    return *store;
-}
-
 QDate DayStore::currentDate() const {
     return m_clock.now().toLocalTime().date();
 }

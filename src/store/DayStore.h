@@ -39,9 +39,6 @@ public:
         : DayStore(defaults, clock, Options{}, parent) {}
     ~DayStore() override;
 
-    // The process-wide store over Defaults::standard() and the system clock.
-    static DayStore& shared();
-
     void addSession(const ActivitySession& session);
     void addSessions(const QList<ActivitySession>& sessions);
     void recoverTokens(qint64 amount);

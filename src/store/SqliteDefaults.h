@@ -55,7 +55,7 @@ public:
     std::optional<QByteArray> derivedData(const QString& key, quint64 revision) const override;
     void keepDerivedData(const QList<Item>& items) const override;
 
-    QString path() const { return m_path; }
+    QString path() const override { return m_path; }
 
     // How long an operation waits for another process's lock before it fails (and a write
     // is kept for the next one). Long enough by default for the command line; the tray and
@@ -68,7 +68,7 @@ public:
     // announces them as valueChanged with an empty key. Event-driven: nothing is polled.
     void watchForExternalChanges();
     // The last SQLite error message, for the command line to report.
-    QString lastError() const;
+    QString lastError() const override;
 
 signals:
     // The file had gone from its path (its folder deleted, say) and was made again; it holds

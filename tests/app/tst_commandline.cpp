@@ -134,6 +134,9 @@ void CommandLineTest::usageErrorsWriteNothing_data() {
         << QStringList{"defaults", "write", "mindmeter.pro.endOfDayTime", "-float", "1e300"};
     QTest::newRow("alert minutes that overflow seconds") << QStringList{
         "defaults", "write", "mindmeter.pro.tempAlertMinutes", "-int", "300000000000000000"};
+    QTest::newRow("remove without id") << QStringList{"categories", "remove"};
+    QTest::newRow("snapshot without folder") << QStringList{"--snapshot"};
+    QTest::newRow("snapshot inside a verb") << QStringList{"summary", "--snapshot", "shots"};
 }
 
 void CommandLineTest::usageErrorsWriteNothing() {

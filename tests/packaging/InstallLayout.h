@@ -9,6 +9,8 @@ namespace InstallLayout {
 inline const QString appId = QStringLiteral("com.mindmeter.Mindmeter");
 inline const QString gnomeExtension =
     QStringLiteral("share/gnome-shell/extensions/mindmeter@mindmeter.app");
+// The core library the program and its views share, in the program's private folder.
+inline const QString coreLibrary = QStringLiteral("lib/mindmeter/core/libmindmeter-core.so");
 inline const QList<int> iconSizes = {16, 22, 24, 32, 48, 64, 128, 256};
 
 inline QString iconPath(int size) {
@@ -18,6 +20,7 @@ inline QString iconPath(int size) {
 inline QStringList files() {
     QStringList f = {
         QStringLiteral("bin/mindmeter"),
+        coreLibrary,
         // The windows and views, loaded by the program when first wanted.
         QStringLiteral("lib/mindmeter/ui/mindmeter-ui.so"),
         QStringLiteral("lib/systemd/user/mindmeter-track.service"),

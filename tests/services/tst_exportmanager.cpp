@@ -23,7 +23,7 @@ public:
     QList<SaveRequest> requests;
 };
 
-class FakePasteboard final : public Pasteboard {
+class FakeClipboard final : public Clipboard {
 public:
     void setText(const QString& t) override { texts.append(t); }
     QStringList texts;
@@ -57,7 +57,7 @@ private:
     std::unique_ptr<SqliteDefaults> m_db;
     FakeClock m_clock{QDateTime()};
     FakeChooser m_chooser;
-    FakePasteboard m_pasteboard;
+    FakeClipboard m_clipboard;
 };
 
 void ExportManagerTest::initTestCase() {
@@ -69,7 +69,7 @@ void ExportManagerTest::init() {
     QVERIFY(m_db);
     m_clock.set(local(2026, 11, 15, 16));
     m_chooser = FakeChooser();
-    m_pasteboard = FakePasteboard();
+    m_clipboard = FakeClipboard();
 }
 
 void ExportManagerTest::storeDay(const QDate& day, const QList<ActivitySession>& sessions) {
@@ -123,7 +123,7 @@ void ExportManagerTest::exportThroughTheChooser() {
     QTemporaryDir dir;
     std::unique_ptr<DayStore> store =
         openStore({named(TokenType::input, 3, local(2026, 11, 15, 9), "App")});
-    ExportManager manager(*store, *m_db, m_clock, m_chooser, m_pasteboard);
+    ExportManager manager(*store, *m_db, m_clock, m_chooser, m_clipboard);
     const QString expected = "Date,Weighted Total,AI Collab,Reasoning,Output,Input,Raw Total,"
                              "Sessions,Peak Hour,Top App,Saturation %\n"
                              "2026-11-15,3,0,0,0,3,3,1,9 AM,App,0.0";
@@ -158,8 +158,8 @@ void ExportManagerTest::exportThroughTheChooser() {
     QVERIFY(!error.isEmpty());
 
     manager.copyMarkdownSummary();
-    QCOMPARE(m_pasteboard.texts.size(), 1);
-    QCOMPARE(m_pasteboard.texts[0], manager.formatter().markdownSummary());
+    QCOMPARE(m_clipboard.texts.size(), 1);
+    QCOMPARE(m_clipboard.texts[0], manager.formatter().markdownSummary());
 }
 
 void ExportManagerTest::summaryOfADay() {

@@ -1,11 +1,11 @@
 // The UI library's entry points: the dashboard and preferences windows, and the snapshot
 // mode. Loaded by the executable when first needed.
 
+#include "PopoverWindow.h"
+#include "PreferencesWindow.h"
+#include "SnapshotMode.h"
+#include "ViewHost.h"
 #include "app/DashboardWindows.h"
-#include "app/PopoverWindow.h"
-#include "app/PreferencesWindow.h"
-#include "app/SnapshotMode.h"
-#include "app/ViewHost.h"
 #include "views/Symbols.h"
 
 #include <QQmlExtensionPlugin>
@@ -84,6 +84,7 @@ mindmeter_create_dashboard_windows(const QVariantMap& popoverModels,
     return new QuickDashboardWindows(popoverModels, preferencesModels, ordinaryWindow);
 }
 
-extern "C" Q_DECL_EXPORT int mindmeter_run_snapshot(int argc, char* argv[], const char* directory) {
-    return SnapshotMode::run(argc, argv, QString::fromLocal8Bit(directory));
+extern "C" Q_DECL_EXPORT int mindmeter_run_snapshot(int argc, char* argv[], const char* directory,
+                                                    MakeSnapshotModels makeModels) {
+    return SnapshotMode::run(argc, argv, QString::fromLocal8Bit(directory), makeModels);
 }

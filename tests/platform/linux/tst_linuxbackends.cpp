@@ -1,5 +1,5 @@
-#include "platform/linux/ClipboardPasteboard.h"
 #include "platform/linux/DialogFileChooser.h"
+#include "platform/linux/QtClipboard.h"
 
 #include <QApplication>
 #include <QClipboard>
@@ -68,9 +68,9 @@ void LinuxBackendsTest::saveDialogProposesTheName() {
 }
 
 void LinuxBackendsTest::clipboardHoldsTheText() {
-    ClipboardPasteboard pasteboard;
+    QtClipboard clipboard;
     QGuiApplication::clipboard()->setText("earlier");
-    pasteboard.setText("## Mindmeter \u2014 Nov 15, 2026\n\n**Total:** 0");
+    clipboard.setText("## Mindmeter \u2014 Nov 15, 2026\n\n**Total:** 0");
     QCOMPARE(QGuiApplication::clipboard()->text(),
              QStringLiteral("## Mindmeter \u2014 Nov 15, 2026\n\n**Total:** 0"));
 }

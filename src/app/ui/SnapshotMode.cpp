@@ -1,19 +1,6 @@
 #include "SnapshotMode.h"
 
-#include "demo/DemoServices.h"
-#include "demo/DemoWorkspace.h"
-
-#include "model/AppEvents.h"
-#include "model/CategoryRules.h"
-#include "model/OnboardingNote.h"
 #include "model/PreferencesModel.h"
-#include "sensing/ActivityMonitor.h"
-#include "sensing/SessionContextEngine.h"
-#include "services/CategoriesModel.h"
-#include "store/DayStore.h"
-#include "store/DaySummary.h"
-#include "store/DemoData.h"
-#include "store/SqliteDefaults.h"
 #include "views/Symbols.h"
 
 #include <QDir>
@@ -27,14 +14,9 @@
 #include <QQuickWindow>
 
 #include <cstdio>
+#include <memory>
 
 namespace {
-
-// Fixed so the pictures do not depend on the day they are made: a Thursday afternoon.
-class SnapshotClock final : public Clock {
-public:
-    QDateTime now() const override { return QDateTime(QDate(2026, 5, 28), QTime(15, 40)); }
-};
 
 QPalette themePalette(bool dark) {
     QPalette p;
@@ -131,8 +113,8 @@ private:
     }
 
     bool renderOnboarding(const QString& theme) {
-        auto* preferences =
-            m_models.value(QStringLiteral("preferences")).value<PreferencesModel*>();
+        auto* preferences = qobject_cast<PreferencesModel*>(
+            m_models.value(QStringLiteral("preferences")).value<QObject*>());
         preferences->setHasLaunchedBefore(false);
         QQuickWindow window;
         window.resize(380, 460);
@@ -147,8 +129,8 @@ private:
             {QStringLiteral("preferences"), m_models.value(QStringLiteral("preferences"))},
             {QStringLiteral("actions"), m_models.value(QStringLiteral("checker"))},
             {QStringLiteral("categories"), QVariant::fromValue(m_categories)}};
-        auto* preferences =
-            m_models.value(QStringLiteral("preferences")).value<PreferencesModel*>();
+        auto* preferences = qobject_cast<PreferencesModel*>(
+            m_models.value(QStringLiteral("preferences")).value<QObject*>());
         preferences->setAlertEnabled(true);
         preferences->setEndOfDayEnabled(true);
         for (int tab = 0; tab < 4; ++tab) {
@@ -209,7 +191,8 @@ private:
 
 } // namespace
 
-int SnapshotMode::run(int argc, char* argv[], const QString& directory) {
+int SnapshotMode::run(int argc, char* argv[], const QString& directory,
+                      MakeSnapshotModels makeModels) {
     if (!qEnvironmentVariableIsSet("QT_QPA_PLATFORM"))
         qputenv("QT_QPA_PLATFORM", "offscreen");
     QQuickWindow::setGraphicsApi(QSGRendererInterface::Software);
@@ -226,46 +209,8 @@ int SnapshotMode::run(int argc, char* argv[], const QString& directory) {
         return 1;
     }
 
-    // Demo data in memory only: the user's own store is never opened.
-    std::unique_ptr<SqliteDefaults> defaults = SqliteDefaults::open(QStringLiteral(":memory:"));
-    const SnapshotClock clock;
-    DemoData::fill(*defaults, clock.now());
-
-    DayStore store(*defaults, clock);
-    DemoWorkspace desktop;
-    SessionContextEngine context(desktop, desktop, store, *defaults, clock);
-    ActivityMonitor monitor(store, desktop, desktop, *defaults, clock,
-                            [&context] { return context.multiplier(); }, {});
-    monitor.start();
-    QMetaObject::invokeMethod(&context, "tick");
-    store.waitForHistory();
-    QCoreApplication::processEvents();
-
-    PreferencesModel preferences(*defaults);
-    // One rule of the user's, so the categories tab shows both kinds of entry.
-    QString ignored;
-    CategoryRules::write(
-        *defaults, {*CategoryRules::make(CategoryRule::Kind::app, QStringLiteral("com.tinyspeck"),
-                                         {QStringLiteral("Writing")}, &ignored)});
-    CategoriesModel categories(*defaults, clock);
-    categories.refresh();
-    AppEvents events;
-    DaySummary summary(store);
-    OnboardingNote note(OnboardingNote::forThisSession());
-    DemoServices services;
-    const QVariantMap models{
-        {QStringLiteral("store"), QVariant::fromValue(&summary)},
-        {QStringLiteral("monitor"), QVariant::fromValue(&monitor)},
-        {QStringLiteral("context"), QVariant::fromValue(&context)},
-        {QStringLiteral("spotlight"), QVariant::fromValue<QObject*>(&services)},
-        {QStringLiteral("checker"), QVariant::fromValue<QObject*>(&services)},
-        {QStringLiteral("exporter"), QVariant::fromValue<QObject*>(&services)},
-        {QStringLiteral("preferences"), QVariant::fromValue(&preferences)},
-        {QStringLiteral("events"), QVariant::fromValue(&events)},
-        {QStringLiteral("onboardingNote"), QVariant::fromValue<QObject*>(&note)},
-    };
-
-    Renderer renderer(directory, models, &categories);
+    const std::unique_ptr<SnapshotModels> world(makeModels());
+    Renderer renderer(directory, world->popoverModels(), world->categories());
     const bool ok = renderer.renderAll();
     for (const QString& path : renderer.written())
         std::printf("%s\n", qPrintable(path));
@@ -273,6 +218,5 @@ int SnapshotMode::run(int argc, char* argv[], const QString& directory) {
         std::fprintf(stderr, "mindmeter: %s\n", qPrintable(renderer.error()));
         return 1;
     }
-    monitor.stop();
     return 0;
 }

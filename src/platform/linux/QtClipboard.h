@@ -1,9 +1,9 @@
 #pragma once
 
-#include "platform/Pasteboard.h"
+#include "platform/Clipboard.h"
 
 // The desktop clipboard (not the primary selection), through Qt. Needs a QGuiApplication.
-class ClipboardPasteboard final : public Pasteboard {
+class QtClipboard final : public Clipboard {
 public:
     void setText(const QString& text) override;
 };

@@ -1,9 +1,9 @@
-#include "ClipboardPasteboard.h"
+#include "QtClipboard.h"
 
 #include <QClipboard>
 #include <QGuiApplication>
 
-void ClipboardPasteboard::setText(const QString& text) {
+void QtClipboard::setText(const QString& text) {
     QClipboard* clipboard = QGuiApplication::clipboard();
     clipboard->clear(QClipboard::Clipboard);
     clipboard->setText(text, QClipboard::Clipboard);
