@@ -18,7 +18,6 @@ private slots:
     void initTestCase();
     void init();
     void saturationAndTemperature();
-    void velocityCountsSessionsStartedInTheLastHour();
     void bucketsAfterMidnight();
     void bucketsOnFallBackNight();
     void onlyToday();
@@ -85,17 +84,6 @@ void HistoryTest::saturationAndTemperature() {
     settle();
     QCOMPARE(store.contextSaturation(), 0.1);
     QCOMPARE(store.temperature(), 0.5);
-}
-
-void HistoryTest::velocityCountsSessionsStartedInTheLastHour() {
-    const QDateTime now = local(2026, 5, 30, 12);
-    ActivitySession old = makeSession(TokenType::input, 100, now.addSecs(-61 * 60));
-    old.endTime = Timestamp::fromDateTime(now); // ran until now, but started too early
-    const QList<ActivitySession> sessions = {
-        old, makeSession(TokenType::input, 7, now.addSecs(-59 * 60)),
-        makeSession(TokenType::reasoning, 1, now.addSecs(-3600)), // exactly an hour: counts
-    };
-    QCOMPARE(LoadMetrics::velocity(sessions, now), qint64(10));
 }
 
 void HistoryTest::bucketsAfterMidnight() {

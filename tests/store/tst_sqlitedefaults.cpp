@@ -63,7 +63,6 @@ private slots:
     void valuesKeepTheirTypeAcrossReopen();
     void revisionsChangeOnEveryWrite();
     void signalsChanges();
-    void defaultPathFollowsXdg();
     void reportsWhatCannotBeOpened();
     void twoProcessesWriteAtOnce();
 
@@ -146,16 +145,6 @@ void SqliteDefaultsTest::signalsChanges() {
     store->remove("a");
     QCOMPARE(spy.count(), 2);
     QCOMPARE(spy.at(0).at(0).toString(), QString("a"));
-}
-
-void SqliteDefaultsTest::defaultPathFollowsXdg() {
-    const QByteArray saved = qgetenv("XDG_DATA_HOME");
-    qputenv("XDG_DATA_HOME", "/srv/data");
-    QCOMPARE(SqliteDefaults::defaultPath(), QString("/srv/data/mindmeter/mindmeter.sqlite3"));
-    qputenv("XDG_DATA_HOME", "relative/ignored");
-    QCOMPARE(SqliteDefaults::defaultPath(),
-             QDir::homePath() + "/.local/share/mindmeter/mindmeter.sqlite3");
-    qputenv("XDG_DATA_HOME", saved);
 }
 
 void SqliteDefaultsTest::reportsWhatCannotBeOpened() {
