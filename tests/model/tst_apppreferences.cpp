@@ -16,9 +16,8 @@ private slots:
     void menuBarStyleMatchesExactly();
     void onboardingNoteNamesWhatTheSessionNeeds();
     void endOfDayTime();
-    void conversionsBetweenTypes();
-    void stringConversions_data();
-    void stringConversions();
+    void conversions_data();
+    void conversions();
 
 private:
     std::unique_ptr<SqliteDefaults> m_db;
@@ -115,67 +114,54 @@ void AppPreferencesTest::endOfDayTime() {
     QCOMPARE(AppPreferences::endOfDayTimeSeconds(*m_db), 3600.0);
 }
 
-void AppPreferencesTest::conversionsBetweenTypes() {
-    Defaults& d = *m_db;
-    d.setInteger("k", 42);
-    QCOMPARE(d.real("k"), 42.0);
-    QCOMPARE(d.boolean("k"), true);
-    QCOMPARE(d.string("k"), std::optional<QString>("42"));
-    QCOMPARE(d.data("k"), std::nullopt);
-
-    d.setReal("k", -3.99);
-    QCOMPARE(d.integer("k"), qint64(-3)); // truncated toward zero
-    QCOMPARE(d.string("k"), std::optional<QString>("-3.99"));
-    d.setReal("k", 1e300);
-    QCOMPARE(d.integer("k"), std::numeric_limits<qint64>::max()); // saturates
-    d.setReal("k", 0.0);
-    QCOMPARE(d.boolean("k"), false);
-
-    d.setBool("k", true);
-    QCOMPARE(d.integer("k"), qint64(1));
-    QCOMPARE(d.real("k"), 1.0);
-    QCOMPARE(d.string("k"), std::optional<QString>("1"));
-
-    d.setData("k", QByteArray("12"));
-    QCOMPARE(d.integer("k"), qint64(0)); // data never reads as a number or string
-    QCOMPARE(d.string("k"), std::nullopt);
-    QCOMPARE(d.data("k"), std::optional<QByteArray>("12"));
-
-    QCOMPARE(d.integer("absent"), qint64(0));
-    QCOMPARE(d.string("absent"), std::nullopt);
-}
-
-void AppPreferencesTest::stringConversions_data() {
-    QTest::addColumn<QString>("text");
+void AppPreferencesTest::conversions_data() {
+    QTest::addColumn<QVariant>("stored"); // invalid: nothing stored
     QTest::addColumn<qint64>("integer");
     QTest::addColumn<double>("real");
     QTest::addColumn<bool>("boolean");
-    QTest::newRow("number") << "30000" << qint64(30000) << 30000.0 << true;
-    QTest::newRow("spaces and sign") << "  -12" << qint64(-12) << -12.0 << true;
-    QTest::newRow("trailing text") << "12abc" << qint64(12) << 12.0 << true;
-    QTest::newRow("fraction") << "2.75" << qint64(2) << 2.75 << true;
-    QTest::newRow("exponent") << "1.5e3" << qint64(1) << 1500.0 << true;
-    QTest::newRow("leading dot") << ".5" << qint64(0) << 0.5 << false;
-    QTest::newRow("zeros then digit") << "007" << qint64(7) << 7.0 << true;
-    QTest::newRow("word yes") << "YES" << qint64(0) << 0.0 << true;
-    QTest::newRow("word true") << "true" << qint64(0) << 0.0 << true;
-    QTest::newRow("word no") << "no" << qint64(0) << 0.0 << false;
-    QTest::newRow("empty") << "" << qint64(0) << 0.0 << false;
-    QTest::newRow("overflow") << "99999999999999999999" << std::numeric_limits<qint64>::max()
-                              << 1e20 << true;
-    QTest::newRow("comma is not a point") << "2,5" << qint64(2) << 2.0 << true;
+    QTest::addColumn<QVariant>("string"); // invalid: reads as no string
+    const qint64 max = std::numeric_limits<qint64>::max();
+    const auto text = [](const char* t) { return QVariant(QString::fromUtf8(t)); };
+    QTest::newRow("integer") << QVariant(qint64(42)) << 42ll << 42.0 << true << text("42");
+    QTest::newRow("real truncated toward zero")
+        << QVariant(-3.99) << -3ll << -3.99 << true << text("-3.99");
+    QTest::newRow("real saturates") << QVariant(1e300) << max << 1e300 << true << text("1e+300");
+    QTest::newRow("real zero") << QVariant(0.0) << 0ll << 0.0 << false << text("0");
+    QTest::newRow("bool") << QVariant(true) << 1ll << 1.0 << true << text("1");
+    // Data never reads as a number or a string.
+    QTest::newRow("data") << QVariant(QByteArray("12")) << 0ll << 0.0 << false << QVariant();
+    QTest::newRow("absent") << QVariant() << 0ll << 0.0 << false << QVariant();
+    QTest::newRow("number") << text("30000") << 30000ll << 30000.0 << true << text("30000");
+    QTest::newRow("spaces and sign") << text("  -12") << -12ll << -12.0 << true << text("  -12");
+    QTest::newRow("trailing text") << text("12abc") << 12ll << 12.0 << true << text("12abc");
+    QTest::newRow("fraction") << text("2.75") << 2ll << 2.75 << true << text("2.75");
+    QTest::newRow("exponent") << text("1.5e3") << 1ll << 1500.0 << true << text("1.5e3");
+    QTest::newRow("leading dot") << text(".5") << 0ll << 0.5 << false << text(".5");
+    QTest::newRow("zeros then digit") << text("007") << 7ll << 7.0 << true << text("007");
+    QTest::newRow("word yes") << text("YES") << 0ll << 0.0 << true << text("YES");
+    QTest::newRow("word true") << text("true") << 0ll << 0.0 << true << text("true");
+    QTest::newRow("word no") << text("no") << 0ll << 0.0 << false << text("no");
+    QTest::newRow("empty") << text("") << 0ll << 0.0 << false << text("");
+    QTest::newRow("overflow") << text("99999999999999999999") << max << 1e20 << true
+                              << text("99999999999999999999");
+    QTest::newRow("comma is not a point") << text("2,5") << 2ll << 2.0 << true << text("2,5");
 }
 
-void AppPreferencesTest::stringConversions() {
-    QFETCH(QString, text);
+void AppPreferencesTest::conversions() {
+    QFETCH(QVariant, stored);
     QFETCH(qint64, integer);
     QFETCH(double, real);
     QFETCH(bool, boolean);
-    m_db->setString("k", text);
+    QFETCH(QVariant, string);
+    if (stored.isValid())
+        QVERIFY(m_db->setValue("k", stored));
     QCOMPARE(m_db->integer("k"), integer);
     QCOMPARE(m_db->real("k"), real);
     QCOMPARE(m_db->boolean("k"), boolean);
-    QCOMPARE(m_db->string("k"), std::optional<QString>(text));
+    QCOMPARE(m_db->string("k"), string.isValid() ? std::optional(string.toString()) : std::nullopt);
+    QCOMPARE(m_db->data("k"), stored.typeId() == QMetaType::QByteArray
+                                  ? std::optional(stored.toByteArray())
+                                  : std::nullopt);
 }
 
 QTEST_GUILESS_MAIN(AppPreferencesTest)

@@ -1,4 +1,5 @@
 #include "FakeClock.h"
+#include "FakeDesktop.h"
 #include "Sessions.h"
 
 #include "model/AppPreferences.h"
@@ -13,15 +14,6 @@
 #include <functional>
 
 namespace {
-
-class FakeWorkspace final : public Workspace {
-public:
-    std::optional<RunningApp> frontmostApplication() const override { return front; }
-    QList<RunningApp> runningApplications() const override { return running; }
-
-    std::optional<RunningApp> front;
-    QList<RunningApp> running;
-};
 
 // A tab source that can ask the applications whose identifier starts with "test.browser"
 // and answers what the test says.
@@ -52,10 +44,6 @@ public:
     QList<QList<RunningApp>> probes;
     std::function<void()> duringAsk;
 };
-
-RunningApp app(const QString& bundleID) {
-    return RunningApp{bundleID, bundleID, true, 42};
-}
 
 } // namespace
 

@@ -1,9 +1,8 @@
 // The wall clock and the calendar misbehaving while the sensing loop runs: the clock set back
-// and forward, the time zone changed, daylight-saving nights, sleeps over midnight and over a
-// weekend, the turn of a year and a leap day. The real monitor and store run in virtual time
-// (VirtualTime); the test keeps its own account of the minutes worked on each day and checks
-// every stored day against it, that no session is stored twice, and that a restart finds the
-// same day the running store had.
+// and forward, the time zone changed, daylight-saving nights, sleeps over midnight, the turn of a
+// year and a leap day. The real monitor and store run in virtual time (VirtualTime); the test keeps
+// its own account of the minutes worked on each day and checks every stored day against it, that no
+// session is stored twice, and that a restart finds the same day the running store had.
 
 #include "FakeClock.h"
 #include "FakeDesktop.h"
@@ -44,7 +43,6 @@ private slots:
     void daylightSavingNights();
     void sleepOverMidnight_data();
     void sleepOverMidnight();
-    void sleepOverAWeekend();
     void yearBoundaryAndLeapDay_data();
     void yearBoundaryAndLeapDay();
 
@@ -57,7 +55,6 @@ private:
     // Every stored session once: no id in two places, and the store in memory equal to its
     // stored day and to what a restart loads.
     void checkConsistent();
-    void idleFor(qint64 minutes);
 
     QTemporaryDir m_dir;
     std::unique_ptr<SqliteDefaults> m_db;
@@ -138,15 +135,6 @@ void ClockFaultsTest::checkConsistent() {
                 fromStart.append(s);
         QCOMPARE(restarted.sessions(), fromStart);
     }
-}
-
-void ClockFaultsTest::idleFor(qint64 minutes) {
-    // Away from the keyboard: the idle source counts up while the ticks go on.
-    for (qint64 t = 0; t < minutes * 6; ++t) {
-        m_idle.seconds = 200 + double(t) * 10; // past the three-minute time-out
-        m_time->tick();
-    }
-    m_idle.seconds = 0;
 }
 
 // --- The wall clock set by hand or by a time server --------------------------------------
@@ -315,29 +303,6 @@ void ClockFaultsTest::sleepOverMidnight() {
     QCOMPARE(m_store->recoveredTokens(), qint64(0));
     QCOMPARE(storedTotals(), (QMap<QString, qint64>{{"2026-05-30", 60 * perMinute},
                                                     {"2026-05-31", 2 * 60 * perMinute}}));
-    checkConsistent();
-}
-
-void ClockFaultsTest::sleepOverAWeekend() {
-    startAt(local(2026, 5, 29, 16)); // a Friday
-    m_time->minutes(60);
-    idleFor(5);
-    m_time->sleep(64 * 3600 - 5 * 60, false); // to Monday 09:00
-    m_idle.seconds = 64 * 3600;
-    m_time->tick();
-    m_idle.seconds = 0;
-    m_time->minutes(8 * 60); // Monday 09:00 to 17:00; Friday's timer fires at 16:00
-    QCOMPARE(m_store->day(), QDate(2026, 6, 1));
-    QCOMPARE(m_store->recoveredTokens(), qint64(0));
-    QCOMPARE(storedTotals(), (QMap<QString, qint64>{{"2026-05-29", 60 * perMinute},
-                                                    {"2026-06-01", 8 * 60 * perMinute}}));
-    // The history skips the empty weekend: Monday, then Friday.
-    m_store->waitForHistory();
-    const QList<DayRow>& rows = m_store->history().extendedHistory;
-    QCOMPARE(rows.size(), 2);
-    QCOMPARE(rows[0].tokens, 8 * 60 * perMinute);
-    QCOMPARE(rows[1].date.date(), QDate(2026, 5, 29));
-    QCOMPARE(rows[1].tokens, 60 * perMinute);
     checkConsistent();
 }
 

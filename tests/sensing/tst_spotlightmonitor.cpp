@@ -1,16 +1,13 @@
 #include "FakeClock.h"
 #include "Sessions.h"
 
-#include "platform/linux/InotifyFileChangeIndex.h"
 #include "sensing/SpotlightMonitor.h"
 #include "store/SqliteDefaults.h"
 
 #include <QDir>
 #include <QFile>
 #include <QMutex>
-#include <QProcess>
 #include <QSignalSpy>
-#include <QStandardPaths>
 #include <QTemporaryDir>
 #include <QTest>
 
@@ -27,10 +24,7 @@ public:
         m_asked.append(seconds);
         return m_paths;
     }
-    QStringList foldersChangedWithin(int) const override {
-        QMutexLocker lock(&m_mutex);
-        return m_folders;
-    }
+    QStringList foldersChangedWithin(int) const override { return {}; }
     void setPaths(const QStringList& paths) {
         QMutexLocker lock(&m_mutex);
         m_paths = paths;
@@ -45,10 +39,6 @@ public:
         QMutexLocker lock(&m_mutex);
         m_counting = true;
     }
-    void setFolders(const QStringList& folders) {
-        QMutexLocker lock(&m_mutex);
-        m_folders = folders;
-    }
     QList<int> asked() const {
         QMutexLocker lock(&m_mutex);
         return m_asked;
@@ -57,7 +47,6 @@ public:
 private:
     mutable QMutex m_mutex;
     QStringList m_paths;
-    QStringList m_folders;
     mutable QList<int> m_asked;
     quint64 m_changes = 0;
     bool m_counting = false;
@@ -68,14 +57,6 @@ QStringList numbered(const QString& folder, const QString& ext, int count) {
     for (int i = 0; i < count; ++i)
         paths.append(QStringLiteral("%1/file%2.%3").arg(folder).arg(i).arg(ext));
     return paths;
-}
-
-void writeLines(const QString& path, int lines) {
-    QDir().mkpath(QFileInfo(path).path());
-    QFile f(path);
-    QVERIFY(f.open(QIODevice::WriteOnly | QIODevice::Truncate));
-    for (int i = 0; i < lines; ++i)
-        f.write(QByteArray::number(i) + "\n");
 }
 
 void writeScript(const QString& path, const QByteArray& body) {
@@ -100,20 +81,13 @@ private slots:
     void savesCountOnceWhileRemembered();
     void scansWaitForAChange();
     void multiplierIsReadWhenTheTimerFires();
-
-    void commitsAreCreditedByChangedLines();
-    void realFileEventsAndRealGit();
     void hungGitIsKilled();
-    void garbageFromGitEarnsNothingUnreasonable();
 
 private:
     // One timer firing with `multiplier`, then everything it posted.
     void scan(double multiplier = 1.0);
-    std::unique_ptr<SpotlightMonitor> makeMonitor(FileChangeIndex& index, const QString& git);
+    std::unique_ptr<SpotlightMonitor> makeMonitor(FileChangeIndex& index);
     QList<ActivitySession> sessionsOf(const QString& bundleID) const;
-    QString git(const QString& repo, const QStringList& args);
-    void makeRepository(const QString& repo);
-    void commitFile(const QString& repo, const QString& file, int lines);
 
     std::unique_ptr<QTemporaryDir> m_home;
     std::unique_ptr<SqliteDefaults> m_db;
@@ -121,7 +95,6 @@ private:
     std::unique_ptr<DayStore> m_store;
     std::unique_ptr<SpotlightMonitor> m_monitor;
     double m_multiplier = 1.0;
-    QString m_gitPath;
 };
 
 void SpotlightMonitorTest::init() {
@@ -131,7 +104,6 @@ void SpotlightMonitorTest::init() {
     QVERIFY(m_db);
     m_clock = std::make_unique<FakeClock>(local(2026, 5, 30, 10));
     m_store = std::make_unique<DayStore>(*m_db, *m_clock);
-    m_gitPath = QStandardPaths::findExecutable(QStringLiteral("git"));
 }
 
 void SpotlightMonitorTest::cleanup() {
@@ -139,10 +111,9 @@ void SpotlightMonitorTest::cleanup() {
     m_store.reset();
 }
 
-std::unique_ptr<SpotlightMonitor> SpotlightMonitorTest::makeMonitor(FileChangeIndex& index,
-                                                                    const QString& gitPath) {
+std::unique_ptr<SpotlightMonitor> SpotlightMonitorTest::makeMonitor(FileChangeIndex& index) {
     SpotlightMonitor::Options options;
-    options.gitExecutable = gitPath;
+    options.gitExecutable = QStringLiteral("/nonexistent/git");
     options.scanIntervalMs = 60 * 60 * 1000; // scans are triggered by the test
     options.gitTimeoutMs = 5000;
     auto monitor = std::make_unique<SpotlightMonitor>(
@@ -165,34 +136,6 @@ QList<ActivitySession> SpotlightMonitorTest::sessionsOf(const QString& bundleID)
         if (s.appBundleID == bundleID)
             found.append(s);
     return found;
-}
-
-QString SpotlightMonitorTest::git(const QString& repo, const QStringList& args) {
-    QProcess p;
-    p.setWorkingDirectory(repo);
-    QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
-    env.insert(QStringLiteral("HOME"), m_home->path());
-    env.insert(QStringLiteral("GIT_CONFIG_NOSYSTEM"), QStringLiteral("1"));
-    p.setProcessEnvironment(env);
-    p.start(m_gitPath, args);
-    if (!p.waitForFinished(30000) || p.exitCode() != 0)
-        qWarning("git %s failed: %s", qPrintable(args.join(u' ')),
-                 p.readAllStandardError().constData());
-    return QString::fromUtf8(p.readAllStandardOutput()).trimmed();
-}
-
-void SpotlightMonitorTest::makeRepository(const QString& repo) {
-    QVERIFY(QDir().mkpath(repo));
-    git(repo, {"init", "-q", "-b", "main"});
-    git(repo, {"config", "user.email", "dev@example.org"});
-    git(repo, {"config", "user.name", "Dev"});
-    commitFile(repo, QStringLiteral("README.md"), 3);
-}
-
-void SpotlightMonitorTest::commitFile(const QString& repo, const QString& file, int lines) {
-    writeLines(repo + u'/' + file, lines);
-    git(repo, {"add", "-A"});
-    git(repo, {"commit", "-q", "-m", "change " + file});
 }
 
 // --- Saves ------------------------------------------------------------------------------
@@ -221,7 +164,7 @@ void SpotlightMonitorTest::sessionSizes() {
     FakeFileChangeIndex index;
     index.setPaths(numbered(m_home->filePath("src"), "swift", code) +
                    numbered(m_home->filePath("notes"), "md", docs));
-    m_monitor = makeMonitor(index, QStringLiteral("/nonexistent/git"));
+    m_monitor = makeMonitor(index);
     QSignalSpy batches(m_store.get(), &DayStore::todayChanged);
     scan(multiplier);
 
@@ -257,7 +200,7 @@ void SpotlightMonitorTest::skipRules() {
         h + "/app/README.Md",     // a document
         h + "/app/builder/x.go",  // "builder" is not "build"
     });
-    m_monitor = makeMonitor(index, QStringLiteral("/nonexistent/git"));
+    m_monitor = makeMonitor(index);
     scan();
     QCOMPARE(sessionsOf("spotlight.source").size(), 1);
     QCOMPARE(sessionsOf("spotlight.source").first().appName, "💻 Code — 2 saves");
@@ -268,7 +211,7 @@ void SpotlightMonitorTest::skipRules() {
 void SpotlightMonitorTest::savesCountOnceWhileRemembered() {
     FakeFileChangeIndex index;
     index.setPaths({m_home->filePath("a.py")});
-    m_monitor = makeMonitor(index, QStringLiteral("/nonexistent/git"));
+    m_monitor = makeMonitor(index);
     scan();
     scan(); // still within the look-back: the same save
     QCOMPARE(sessionsOf("spotlight.source").size(), 1);
@@ -278,7 +221,7 @@ void SpotlightMonitorTest::savesCountOnceWhileRemembered() {
     // A fresh monitor, so that no earlier path competes for the thirty places.
     const QStringList batch = numbered(m_home->filePath("many"), "ts", 100);
     index.setPaths(batch);
-    m_monitor = makeMonitor(index, QStringLiteral("/nonexistent/git"));
+    m_monitor = makeMonitor(index);
     scan();
     scan();
     scan();
@@ -321,44 +264,11 @@ void SpotlightMonitorTest::multiplierIsReadWhenTheTimerFires() {
 
 // --- Repositories ------------------------------------------------------------------------
 
-void SpotlightMonitorTest::commitsAreCreditedByChangedLines() {
-    if (m_gitPath.isEmpty())
-        QFAIL("git is not installed (scripts/install-deps.sh installs it)");
-    const QString repo = m_home->filePath("code/project");
-    makeRepository(repo);
-    FakeFileChangeIndex index;
-    // Worked in recently, before the index started: a folder changed a moment ago.
-    index.setFolders({m_home->filePath("elsewhere"), repo});
-    m_monitor = makeMonitor(index, m_gitPath);
-
-    scan();
-    QVERIFY(sessionsOf("git.autodetect").isEmpty()); // HEAD has not moved
-
-    commitFile(repo, "forty.txt", 40);
-    scan();
-    commitFile(repo, "hundred.txt", 100);
-    scan();
-    git(repo, {"reset", "-q", "--hard", "HEAD~1"}); // HEAD moves back
-    scan();
-    commitFile(repo, "big.txt", 1001);
-    scan();
-    scan(); // nothing new
-
-    const QList<ActivitySession> commits = sessionsOf("git.autodetect");
-    QCOMPARE(commits.size(), 4);
-    QCOMPARE(commits.at(0).appName, "Git [project]: commit +40 lines");
-    QCOMPARE(commits.at(0).rawTokens, qint64(10)); // 8 rounds up to the minimum
-    QCOMPARE(commits.at(2).appName, "Git [project]: commit +100 lines"); // again after a reset
-    QCOMPARE(commits.at(2).rawTokens, qint64(20));
-    QCOMPARE(commits.at(3).rawTokens, qint64(200)); // 1001 / 5
-    QCOMPARE(commits.at(3).duration(), 60.0);
-}
-
 void SpotlightMonitorTest::scansWaitForAChange() {
     // After a scan that found nothing, the worker is asked again only once a change is counted.
     FakeFileChangeIndex index;
     index.countChanges();
-    m_monitor = makeMonitor(index, QStringLiteral("/nonexistent/git"));
+    m_monitor = makeMonitor(index);
     scan();
     scan();
     QCOMPARE(index.asked(), (QList<int>{600, 45}));
@@ -367,41 +277,6 @@ void SpotlightMonitorTest::scansWaitForAChange() {
     scan(); // the same save, still listed: asked again, counted once
     QCOMPARE(index.asked(), (QList<int>{600, 45, 45, 45}));
     QCOMPARE(sessionsOf("spotlight.docs").size(), 1);
-}
-
-void SpotlightMonitorTest::realFileEventsAndRealGit() {
-    if (m_gitPath.isEmpty())
-        QFAIL("git is not installed (scripts/install-deps.sh installs it)");
-    const QString repo = m_home->filePath("work/repo");
-    makeRepository(repo);
-    QVERIFY(QDir().mkpath(repo + "/node_modules/dep"));
-    QVERIFY(QDir().mkpath(repo + "/src"));
-
-    InotifyFileChangeIndex index(m_home->path(), SpotlightMonitor::skipParts(), *m_clock);
-    QVERIFY(index.start());
-    m_monitor = makeMonitor(index, m_gitPath);
-
-    writeLines(repo + "/node_modules/dep/index.js", 5);
-    writeLines(repo + "/Cargo.lock", 5);
-    writeLines(repo + "/notes.md", 5);
-    writeLines(repo + "/src/main.py", 5);
-    QTRY_VERIFY(index.modifiedWithin(45).contains(repo + "/src/main.py"));
-    scan();
-    QCOMPARE(sessionsOf("spotlight.source").size(), 1);
-    QCOMPARE(sessionsOf("spotlight.source").first().appName, "💻 Code — 1 save");
-    QCOMPARE(sessionsOf("spotlight.docs").first().appName, "📝 Docs — 1 save");
-    QCOMPARE(m_monitor->activeProject(), "repo");
-    QVERIFY(sessionsOf("git.autodetect").isEmpty()); // first sight of the repository
-
-    m_clock->advanceSeconds(60); // the saves above leave the look-back
-    commitFile(repo, "src/feature.py", 100);
-    QTRY_VERIFY(index.modifiedWithin(45).contains(repo + "/src/feature.py"));
-    scan();
-    QCOMPARE(sessionsOf("git.autodetect").size(), 1);
-    // Everything written since the first commit went in: four files of 5 lines and 100.
-    QCOMPARE(sessionsOf("git.autodetect").first().appName, "Git [repo]: commit +120 lines");
-    QCOMPARE(sessionsOf("git.autodetect").first().rawTokens, qint64(24));
-    QCOMPARE(sessionsOf("spotlight.source").size(), 2);
 }
 
 void SpotlightMonitorTest::hungGitIsKilled() {
@@ -448,61 +323,6 @@ void SpotlightMonitorTest::hungGitIsKilled() {
     errno = 0;
     QCOMPARE(::kill(pid_t(hanging), 0), -1);
     QCOMPARE(errno, ESRCH);
-}
-
-void SpotlightMonitorTest::garbageFromGitEarnsNothingUnreasonable() {
-    // A stand-in that names a repository, moves HEAD on every call, and answers the diff
-    // with counts that fit no integer or only just, then megabytes of noise.
-    const QString root = m_home->filePath("fake-repo");
-    const QString counter = m_home->filePath("counter");
-    QVERIFY(QDir().mkpath(root));
-    // Counts the calls of one kind in a file of that name.
-    auto next = [&](const char* kind) {
-        const QByteArray file = "'" + counter.toUtf8() + "." + kind + "'";
-        return "n=$(cat " + file + " 2>/dev/null || echo 0); n=$((n+1)); echo $n > " + file + "; ";
-    };
-    writeScript(
-        m_home->filePath("odd-git"),
-        "case \"$*\" in\n"
-        "  *--show-toplevel*) echo '" +
-            root.toUtf8() +
-            "' ;;\n"
-            "  *'rev-parse HEAD'*) " +
-            next("head") +
-            "printf '%040d\\n' $n ;;\n"
-            "  *diff*) " +
-            next("diff") +
-            "if [ $n -eq 1 ]; then\n"
-            "      echo ' 2 files changed, 99999999999999999999999 insertions(+), 7 deletions(-)'\n"
-            "    else\n"
-            "      echo ' 2 files changed, 9223372036854775807 insertions(+), 9223372036854775807 "
-            "deletions(-)'\n"
-            "    fi\n"
-            "    head -c 3000000 /dev/zero | tr '\\0' x ;;\n"
-            "esac\n");
-    writeScript(m_home->filePath("noise-git"), "head -c 3000000 /dev/urandom\n");
-
-    FakeFileChangeIndex index;
-    index.setPaths({root + "/main.c"});
-    m_monitor = makeMonitor(index, m_home->filePath("odd-git"));
-    scan(); // learns a HEAD at warm-up, sees another now
-    scan();
-    const QList<ActivitySession> commits = sessionsOf("git.autodetect");
-    QCOMPARE(commits.size(), 2);
-    QCOMPARE(commits.first().appName, "Git [fake-repo]: commit +7 lines");
-    QCOMPARE(commits.first().rawTokens, qint64(10));
-    // Counts that would overflow a sum are capped at 2^40 lines.
-    QCOMPARE(commits.last().appName, "Git [fake-repo]: commit +1099511627776 lines");
-    QCOMPARE(commits.last().rawTokens, (qint64(1) << 40) / 5);
-
-    // Binary noise is no repository root and no HEAD.
-    m_monitor.reset();
-    index.setPaths({m_home->filePath("other/main.c")});
-    m_monitor = makeMonitor(index, m_home->filePath("noise-git"));
-    scan();
-    scan();
-    QCOMPARE(sessionsOf("git.autodetect").size(), 2);
-    QVERIFY(m_monitor->activeProject().isEmpty());
 }
 
 QTEST_GUILESS_MAIN(SpotlightMonitorTest)

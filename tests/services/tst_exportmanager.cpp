@@ -42,9 +42,8 @@ class ExportManagerTest : public QObject {
 private slots:
     void initTestCase();
     void init();
-    void csvRows();
+    void csvAndSummaryOfADay();
     void exportThroughTheChooser();
-    void summaryOfADay();
     void summaryWithoutSessions_data();
     void summaryWithoutSessions();
 
@@ -85,7 +84,7 @@ std::unique_ptr<DayStore> ExportManagerTest::openStore(const QList<ActivitySessi
     return store;
 }
 
-void ExportManagerTest::csvRows() {
+void ExportManagerTest::csvAndSummaryOfADay() {
     storeDay(QDate(2026, 11, 14), {named(TokenType::reasoning, 1800, local(2026, 11, 14, 9), "A")});
     storeDay(QDate(2026, 11, 13), {named(TokenType::input, 30000, local(2026, 11, 13, 8), "Mail")});
     storeDay(QDate(2026, 11, 12),
@@ -113,6 +112,23 @@ void ExportManagerTest::csvRows() {
                        "2026-11-14,5400,0,0,0,0,0,0,,,21.6\n"
                        "2026-11-13,30000,0,0,0,30000,30000,1,8 AM,Mail,100.0\n"
                        "2026-11-12,10,0,0,0,10,10,1,12 AM,\"Line\nBreak\",0.0"));
+
+    // The summary's shares are of the net total 2600; the temperature of the gross mix is 59.6%.
+    QCOMPARE(formatter.markdownSummary(QLocale("en_US")),
+             QStringLiteral("## Mindmeter \u2014 Nov 15, 2026\n"
+                            "\n"
+                            "**Total:** 2.6k  \u00b7  **Saturation:** 10%  \u00b7  "
+                            "**Temperature:** 60%  \u00b7  **Sessions:** 5\n"
+                            "\n"
+                            "| Type | Tokens | Share |\n"
+                            "|------|--------|-------|\n"
+                            "| AI Collab | 1.0k | 38% |\n"
+                            "| Reasoning | 1.5k | 57% |\n"
+                            "| Output | 100 | 3% |\n"
+                            "| Input | 7 | 0% |\n"
+                            "\n"
+                            "**Peak hour:** 2 PM  \u00b7  **Top app:** Term, \"x\"  \u00b7  "
+                            "**Last hour:** 7"));
 
     // Saturation follows the baseline setting.
     m_db->setInteger(AppPreferences::dailyTokenBaseline, 20);
@@ -160,36 +176,6 @@ void ExportManagerTest::exportThroughTheChooser() {
     manager.copyMarkdownSummary();
     QCOMPARE(m_clipboard.texts.size(), 1);
     QCOMPARE(m_clipboard.texts[0], manager.formatter().markdownSummary());
-}
-
-void ExportManagerTest::summaryOfADay() {
-    const QString term = QStringLiteral("Term, \"x\"");
-    std::unique_ptr<DayStore> store = openStore({
-        named(TokenType::ai, 400, local(2026, 11, 15, 10, 5), "ChatGPT"),
-        named(TokenType::reasoning, 100, local(2026, 11, 15, 9, 10), term),
-        named(TokenType::reasoning, 400, local(2026, 11, 15, 14), term),
-        named(TokenType::output, 50, local(2026, 11, 15, 14, 30), "Writer"),
-        named(TokenType::input, 7, local(2026, 11, 15, 15), "Mail"),
-    });
-    store->recoverTokens(7);
-    settle();
-    store->waitForHistory();
-    // Shares are of the net total 2600; the temperature of the gross mix is 59.6%.
-    QCOMPARE(ExportFormatter(*store, *m_db, m_clock).markdownSummary(QLocale("en_US")),
-             QStringLiteral("## Mindmeter \u2014 Nov 15, 2026\n"
-                            "\n"
-                            "**Total:** 2.6k  \u00b7  **Saturation:** 10%  \u00b7  "
-                            "**Temperature:** 60%  \u00b7  **Sessions:** 5\n"
-                            "\n"
-                            "| Type | Tokens | Share |\n"
-                            "|------|--------|-------|\n"
-                            "| AI Collab | 1.0k | 38% |\n"
-                            "| Reasoning | 1.5k | 57% |\n"
-                            "| Output | 100 | 3% |\n"
-                            "| Input | 7 | 0% |\n"
-                            "\n"
-                            "**Peak hour:** 2 PM  \u00b7  **Top app:** Term, \"x\"  \u00b7  "
-                            "**Last hour:** 7"));
 }
 
 void ExportManagerTest::summaryWithoutSessions_data() {
