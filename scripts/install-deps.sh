@@ -26,9 +26,6 @@ packages=(
     # repositories for the repository monitor; QtSvg to render the status item's icon files;
     # an XEmbed system tray for the tray-icon fallback
     dbus-daemon git qt6-svg-dev trayer
-    # Tests: a real panel whose tray hosts status-notifier items (Xfce's, with its settings
-    # daemon)
-    xfce4-panel xfconf
     # Tests: a headless GNOME Shell on Wayland (gsettings, gdbus and gnome-extensions come
     # with it) and native GTK windows for it to show
     gnome-shell mutter gjs libglib2.0-bin python3-gi gir1.2-gtk-3.0
