@@ -161,6 +161,7 @@ private slots:
     void diskFull();
     void readOnlyStore();
     void dataFolderDeletedWhileTracking();
+    void databaseHeldByAnotherProcess();
     void dayWrittenWhileTracking();
     void damagedFileIsSetAside();
     void stopSignalDuringStartUp_data();
@@ -399,6 +400,29 @@ void StoreFaultsTest::dataFolderDeletedWhileTracking() {
 
     stopAndCheck();
     QVERIFY(stored().size() >= after.size());
+}
+
+// --- Another process holds the database ------------------------------------------------
+
+void StoreFaultsTest::databaseHeldByAnotherProcess() {
+    startTracking();
+    QTRY_VERIFY_WITH_TIMEOUT(stored().size() >= 3, 20000);
+    DatabaseHolder holder(m_tracker->databasePath());
+    QVERIFY(holder.held());
+
+    // The tracker waits for the lock only briefly, keeps the day in memory and says why;
+    // the command line still reads.
+    QVERIFY2(m_tracker->waitForMessage("database is locked; keeping them in memory"),
+             m_tracker->said().constData());
+    int status = 0;
+    runCli({"status", "--json"}, &status);
+    QCOMPARE(status, 0);
+    const qsizetype whileHeld = stored().size();
+
+    holder.release();
+    QVERIFY2(m_tracker->waitForMessage("mindmeter: today's sessions are stored again"),
+             m_tracker->said().constData());
+    QTRY_VERIFY_WITH_TIMEOUT(stored().size() > whileHeld, 20000);
 }
 
 // --- Today written from outside ------------------------------------------------------------
