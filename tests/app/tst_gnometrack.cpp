@@ -4,6 +4,8 @@
 // test-only extension, and input arrives through Mutter's remote desktop interface. Switched
 // on while tracking, the extension is followed; switched off, nothing more is counted.
 
+#include "RunProcess.h"
+
 #include "model/SessionCodec.h"
 
 #include <QDBusConnection>
@@ -131,11 +133,8 @@ QProcessEnvironment GnomeTrackTest::environment() const {
 }
 
 QByteArray GnomeTrackTest::run(const QStringList& args) {
-    QProcess p;
-    p.setProcessEnvironment(environment());
-    p.start(MINDMETER_EXECUTABLE, args);
-    p.waitForFinished(30000);
-    return p.readAllStandardOutput() + p.readAllStandardError();
+    const ProcessResult r = runProcess(MINDMETER_EXECUTABLE, args, environment());
+    return r.out + r.err;
 }
 
 QList<ActivitySession> GnomeTrackTest::sessions() {

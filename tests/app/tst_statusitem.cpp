@@ -3,7 +3,6 @@
 #include "RecordingStatusItem.h"
 #include "Sessions.h"
 
-#include "app/StatusMenu.h"
 #include "app/StatusPresenter.h"
 #include "model/PreferencesModel.h"
 #include "sensing/ActivityMonitor.h"
@@ -16,40 +15,13 @@
 
 using Icon = StatusItem::Icon;
 
-// The status item's menu, and how the day and settings reach it. (The title and icon rules
-// are tested through `mindmeter status`, which applies the same presenter.)
+// How the day and settings reach the status item. (The title and icon rules are tested
+// through `mindmeter status`, which applies the same presenter; the menu through the tray app.)
 class StatusItemTest : public QObject {
     Q_OBJECT
 private slots:
-    void menuWithAndWithoutAnUpdate();
     void followsTheDayAndAnotherProcessesSettings();
 };
-
-void StatusItemTest::menuWithAndWithoutAnUpdate() {
-    QStringList calls;
-    StatusMenu::Actions actions;
-    actions.openUpdatePage = [&] { calls << "update"; };
-    actions.togglePopover = [&] { calls << "dashboard"; };
-    actions.quit = [&] { calls << "quit"; };
-    const auto titles = [](const QList<StatusMenuItem>& items) {
-        QStringList t;
-        for (const StatusMenuItem& i : items)
-            t << (i.separator ? QStringLiteral("-") : i.title);
-        return t;
-    };
-    const QList<StatusMenuItem> plain = StatusMenu::build(std::nullopt, actions);
-    QVERIFY(!plain[0].enabled); // the version line
-    QCOMPARE(plain.last().shortcut, QString("q"));
-    // An update adds its line and a separator after the version, before the dashboard.
-    const QList<StatusMenuItem> withUpdate = StatusMenu::build(QStringLiteral("1.5.0"), actions);
-    QCOMPARE(titles(withUpdate), QStringList(titles(plain).mid(0, 2))
-                                     << "\u2b06 Update available \u2014 v1.5.0"
-                                     << "-" << titles(plain).mid(2));
-    withUpdate[2].action();
-    withUpdate[4].action();
-    withUpdate.last().action();
-    QCOMPARE(calls, (QStringList{"update", "dashboard", "quit"}));
-}
 
 void StatusItemTest::followsTheDayAndAnotherProcessesSettings() {
     QTemporaryDir dir;

@@ -20,7 +20,6 @@
 #include "store/SqliteDefaults.h"
 
 #include <QDir>
-#include <QElapsedTimer>
 #include <QFile>
 #include <QFileInfo>
 #include <QSet>
@@ -94,17 +93,6 @@ std::optional<QByteArray> readValue(const QString& path, const QString& key) {
     }
     sqlite3_close(db);
     return result;
-}
-
-bool waitFor(const std::function<bool()>& condition, int timeoutMs = 20000) {
-    QElapsedTimer t;
-    t.start();
-    while (!condition()) {
-        if (t.elapsed() > timeoutMs)
-            return false;
-        QTest::qWait(20);
-    }
-    return true;
 }
 
 // Root passes every permission check; without these capabilities a read-only file is
@@ -183,6 +171,10 @@ private:
     // Today's stored sessions, read without creating anything.
     QList<ActivitySession> stored() const;
     QByteArray runCli(const QStringList& args, int* status, bool withoutOverrides = false);
+    void startTracking();
+    // SIGTERM: the tracker ends in order; with `check`, the store it leaves checks whole.
+    void stop(bool check = false);
+    void stopAndCheck() { stop(true); }
 
     std::unique_ptr<QTemporaryDir> m_dir;
     std::unique_ptr<TrackerProcess> m_tracker;
@@ -234,6 +226,19 @@ QByteArray StoreFaultsTest::runCli(const QStringList& args, int* status, bool wi
     return p.readAllStandardOutput() + p.readAllStandardError();
 }
 
+void StoreFaultsTest::startTracking() {
+    m_tracker->start(10);
+    QVERIFY2(m_tracker->waitUntilTracking(), m_tracker->said().constData());
+}
+
+void StoreFaultsTest::stop(bool check) {
+    ::kill(pid_t(m_tracker->pid()), SIGTERM);
+    QVERIFY(m_tracker->process().waitForFinished(30000));
+    QCOMPARE(m_tracker->process().exitCode(), 0);
+    if (check)
+        QCOMPARE(integrity(m_tracker->databasePath()), QString("ok"));
+}
+
 // --- Disk full ---------------------------------------------------------------------------
 
 void StoreFaultsTest::diskFull_data() {
@@ -259,9 +264,8 @@ void StoreFaultsTest::diskFull() {
         // so writes past it fail as on a full disk.
         m_tracker->setChildSetup([] { ::signal(SIGXFSZ, SIG_IGN); });
     }
-    m_tracker->start(10);
-    QVERIFY2(m_tracker->waitUntilTracking(), m_tracker->said().constData());
-    QVERIFY(waitFor([&] { return stored().size() >= 5; }));
+    startTracking();
+    QTRY_VERIFY_WITH_TIMEOUT(stored().size() >= 5, 20000);
     const QList<ActivitySession> before = stored();
 
     // The disk fills up.
@@ -307,20 +311,19 @@ void StoreFaultsTest::diskFull() {
     }
     QVERIFY2(m_tracker->waitForMessage("mindmeter: today's sessions are stored again"),
              m_tracker->said().constData());
-    QVERIFY(waitFor([&] {
-        const QList<ActivitySession> now = stored();
-        return std::any_of(now.begin(), now.end(), [&](const ActivitySession& s) {
-            return s.endTime.toDateTime() > fullFrom && s.endTime.toDateTime() < fullUntil;
-        });
-    }));
+    QTRY_VERIFY_WITH_TIMEOUT(
+        [&] {
+            const QList<ActivitySession> now = stored();
+            return std::any_of(now.begin(), now.end(), [&](const ActivitySession& s) {
+                return s.endTime.toDateTime() > fullFrom && s.endTime.toDateTime() < fullUntil;
+            });
+        }(),
+        20000);
     const QList<ActivitySession> after = stored();
     for (const ActivitySession& s : before)
         QVERIFY(after.contains(s));
 
-    ::kill(pid_t(m_tracker->pid()), SIGTERM);
-    QVERIFY(m_tracker->process().waitForFinished(10000));
-    QCOMPARE(m_tracker->process().exitCode(), 0);
-    QCOMPARE(integrity(m_tracker->databasePath()), QString("ok"));
+    stopAndCheck();
 }
 
 // --- A read-only store -------------------------------------------------------------------
@@ -336,8 +339,7 @@ void StoreFaultsTest::readOnlyStore() {
 
     // Read-only from the start: the tracker runs, says why it cannot store, keeps the day.
     m_tracker->setChildSetup(dropFileOverrides);
-    m_tracker->start(10);
-    QVERIFY2(m_tracker->waitUntilTracking(), m_tracker->said().constData());
+    startTracking();
     QVERIFY2(m_tracker->waitForMessage("attempt to write a readonly database"),
              m_tracker->said().constData());
     QVERIFY(stored().isEmpty());
@@ -357,17 +359,15 @@ void StoreFaultsTest::readOnlyStore() {
     QCOMPARE(::chmod(path.constData(), 0600), 0);
     QVERIFY2(m_tracker->waitForMessage("mindmeter: today's sessions are stored again"),
              m_tracker->said().constData());
-    QVERIFY(waitFor([&] { return stored().size() >= 8; })); // half a second's worth at least
+    QTRY_VERIFY_WITH_TIMEOUT(stored().size() >= 8, 20000); // half a second's worth at least
 
     // Made read-only while it runs: the file it has open stays writable, nothing fails.
     QCOMPARE(::chmod(path.constData(), 0400), 0);
     const qsizetype count = stored().size();
-    QVERIFY(waitFor([&] { return stored().size() >= count + 5; }));
+    QTRY_VERIFY_WITH_TIMEOUT(stored().size() >= count + 5, 20000);
     QCOMPARE(m_tracker->said().count("cannot store"), 1);
 
-    ::kill(pid_t(m_tracker->pid()), SIGTERM);
-    QVERIFY(m_tracker->process().waitForFinished(10000));
-    QCOMPARE(m_tracker->process().exitCode(), 0);
+    stop();
     QCOMPARE(::chmod(path.constData(), 0600), 0);
     QCOMPARE(integrity(m_tracker->databasePath()), QString("ok"));
 }
@@ -375,9 +375,8 @@ void StoreFaultsTest::readOnlyStore() {
 // --- The data folder deleted -------------------------------------------------------------
 
 void StoreFaultsTest::dataFolderDeletedWhileTracking() {
-    m_tracker->start(10);
-    QVERIFY2(m_tracker->waitUntilTracking(), m_tracker->said().constData());
-    QVERIFY(waitFor([&] { return stored().size() >= 5; }));
+    startTracking();
+    QTRY_VERIFY_WITH_TIMEOUT(stored().size() >= 5, 20000);
     const QList<ActivitySession> before = stored();
 
     // Deleted while the tracker holds the database open: its writes would go to the
@@ -386,7 +385,7 @@ void StoreFaultsTest::dataFolderDeletedWhileTracking() {
     QVERIFY(QDir(m_tracker->dataFolder()).removeRecursively());
     QVERIFY2(m_tracker->waitForMessage("was gone; made it again with today's sessions"),
              m_tracker->said().constData());
-    QVERIFY(waitFor([&] { return stored().size() > before.size(); }));
+    QTRY_VERIFY_WITH_TIMEOUT(stored().size() > before.size(), 20000);
     const QList<ActivitySession> after = stored();
     for (const ActivitySession& s : before)
         QVERIFY(after.contains(s));
@@ -399,20 +398,15 @@ void StoreFaultsTest::dataFolderDeletedWhileTracking() {
                              QByteArray::number(m_tracker->pid()) + ")"),
              second.constData());
 
-    ::kill(pid_t(m_tracker->pid()), SIGTERM);
-    QVERIFY(m_tracker->process().waitForFinished(10000));
-    QCOMPARE(m_tracker->process().exitCode(), 0);
-    QCOMPARE(integrity(m_tracker->databasePath()), QString("ok"));
+    stopAndCheck();
     QVERIFY(stored().size() >= after.size());
 }
 
 // --- Another process holds the database ------------------------------------------------
 
 void StoreFaultsTest::databaseHeldByAnotherProcess() {
-    m_tracker->start(10);
-    QVERIFY2(m_tracker->waitUntilTracking(), m_tracker->said().constData());
-    QVERIFY(waitFor([&] { return stored().size() >= 3; }));
-
+    startTracking();
+    QTRY_VERIFY_WITH_TIMEOUT(stored().size() >= 3, 20000);
     DatabaseHolder holder(m_tracker->databasePath());
     QVERIFY(holder.held());
 
@@ -428,15 +422,14 @@ void StoreFaultsTest::databaseHeldByAnotherProcess() {
     holder.release();
     QVERIFY2(m_tracker->waitForMessage("mindmeter: today's sessions are stored again"),
              m_tracker->said().constData());
-    QVERIFY(waitFor([&] { return stored().size() > whileHeld; }));
+    QTRY_VERIFY_WITH_TIMEOUT(stored().size() > whileHeld, 20000);
 }
 
 // --- Today written from outside ------------------------------------------------------------
 
 void StoreFaultsTest::dayWrittenWhileTracking() {
-    m_tracker->start(10);
-    QVERIFY2(m_tracker->waitUntilTracking(), m_tracker->said().constData());
-    QVERIFY(waitFor([&] { return stored().size() >= 3; }));
+    startTracking();
+    QTRY_VERIFY_WITH_TIMEOUT(stored().size() >= 3, 20000);
 
     // `defaults write` of today's day while the tracker runs: the written day is kept, and
     // the tracker's sessions from then on are added to it.
@@ -454,14 +447,14 @@ void StoreFaultsTest::dayWrittenWhileTracking() {
     const QByteArray said =
         runCli({"defaults", "write", key, "-data-file", file.fileName()}, &status);
     QVERIFY2(status == 0, said.constData());
-    QVERIFY(waitFor([&] {
-        const QList<ActivitySession> now = stored();
-        return now.size() > written.size() && now.mid(0, written.size()) == written;
-    }));
+    QTRY_VERIFY_WITH_TIMEOUT(
+        [&] {
+            const QList<ActivitySession> now = stored();
+            return now.size() > written.size() && now.mid(0, written.size()) == written;
+        }(),
+        20000);
 
-    ::kill(pid_t(m_tracker->pid()), SIGTERM);
-    QVERIFY(m_tracker->process().waitForFinished(10000));
-    QCOMPARE(m_tracker->process().exitCode(), 0);
+    stop();
     QCOMPARE(stored().mid(0, written.size()), written);
 }
 
@@ -486,12 +479,9 @@ void StoreFaultsTest::damagedFileIsSetAside() {
     QCOMPARE(QFileInfo(keptAs).path(), m_tracker->dataFolder());
     QVERIFY2(QFileInfo(keptAs).fileName().startsWith("mindmeter.damaged-"), qPrintable(keptAs));
     QCOMPARE(QFile::permissions(keptAs) & 0x777, QFile::ReadUser | QFile::WriteUser);
-    QVERIFY(waitFor([&] { return stored().size() >= 3; }));
+    QTRY_VERIFY_WITH_TIMEOUT(stored().size() >= 3, 20000);
 
-    ::kill(pid_t(m_tracker->pid()), SIGTERM);
-    QVERIFY(m_tracker->process().waitForFinished(30000));
-    QCOMPARE(m_tracker->process().exitCode(), 0);
-    QCOMPARE(integrity(path), QString("ok"));
+    stopAndCheck();
     QFile kept(keptAs);
     QVERIFY(kept.open(QIODevice::ReadOnly));
     QCOMPARE(kept.readAll(), bytes);
@@ -514,12 +504,14 @@ void StoreFaultsTest::stopSignalDuringStartUp() {
     QVERIFY(holder.held());
     m_tracker->start(10, tray ? TrackerProcess::Program::tray : TrackerProcess::Program::track);
     const QString fds = QStringLiteral("/proc/%1/fd").arg(m_tracker->pid());
-    QVERIFY(waitFor([&] {
-        for (const QFileInfo& fd : QDir(fds).entryInfoList(QDir::System | QDir::Files))
-            if (fd.symLinkTarget() == m_tracker->databasePath())
-                return true;
-        return false;
-    }));
+    QTRY_VERIFY_WITH_TIMEOUT(
+        [&] {
+            for (const QFileInfo& fd : QDir(fds).entryInfoList(QDir::System | QDir::Files))
+                if (fd.symLinkTarget() == m_tracker->databasePath())
+                    return true;
+            return false;
+        }(),
+        20000);
     QVERIFY(!m_tracker->said().contains("mindmeter: tracking"));
     ::kill(pid_t(m_tracker->pid()), SIGTERM);
     holder.release();

@@ -2,10 +2,12 @@
 // support/run-with-xvfb.sh) with a private session bus. With a status-notifier host written
 // for the test: it registers, its label follows the day, a click opens the dashboard, and
 // Quit from its menu stores the day and ends it. On Debian's Xfce panel, whose tray draws no
-// label: the count is in the icon, for every menu-bar style.
+// label, the count is in the icon, for every menu-bar style. A second start in the same login
+// session hands over to the running tray.
 
 #include "LocalHttpServer.h"
 #include "PrivateSessionBus.h"
+#include "RunProcess.h"
 #include "X11Windows.h"
 #include "XfcePanel.h"
 
@@ -87,11 +89,7 @@ QProcessEnvironment appEnvironment(const QTemporaryDir& home, const QString& bus
 
 // `mindmeter ARGS` to its end; its standard output.
 QByteArray runCommand(const QProcessEnvironment& env, const QStringList& arguments) {
-    QProcess command;
-    command.setProcessEnvironment(env);
-    command.start(MINDMETER_EXECUTABLE, arguments);
-    command.waitForFinished(30000);
-    return command.readAllStandardOutput().trimmed();
+    return runProcess(MINDMETER_EXECUTABLE, arguments, env).out.trimmed();
 }
 
 // The description of a status item's tooltip (its count), read from the bus: (s a(iiay) s s).
@@ -222,6 +220,17 @@ void TrayAppTest::aDayInThePanel() {
             colours.insert(screen.pixel(qBound(0, popover.x() + dx, screen.width() - 1),
                                         qBound(0, popover.y() + dy, screen.height() - 1)));
     QVERIFY2(colours.size() > 20, "the dashboard is drawn"); // not a blank rectangle
+    // It is no task of its own.
+    QProcess xprop;
+    xprop.start(
+        "xprop",
+        {"-id", X11Windows::xdotool({"search", "--onlyvisible", "--name", "^Mindmeter$"}).trimmed(),
+         "_NET_WM_STATE"});
+    QVERIFY(xprop.waitForFinished(10000));
+    const QByteArray states = xprop.readAllStandardOutput();
+    QVERIFY2(states.contains("_NET_WM_STATE_SKIP_TASKBAR") &&
+                 states.contains("_NET_WM_STATE_SKIP_PAGER"),
+             states.constData());
 
     // The update check ran at start and found a newer version: the menu offers it. Opening
     // the menu asks again.

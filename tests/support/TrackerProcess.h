@@ -62,23 +62,14 @@ public:
     }
 
     // Waits until the tracker says it is tracking; false if it ends or takes over 30 s.
-    bool waitUntilTracking() {
-        QElapsedTimer t;
-        t.start();
-        while (!said().contains("mindmeter: tracking")) {
-            if (m_process->state() == QProcess::NotRunning || t.elapsed() > 30000)
-                return false;
-            m_process->waitForReadyRead(50);
-        }
-        return true;
-    }
+    bool waitUntilTracking() { return waitForMessage("mindmeter: tracking"); }
 
-    // Waits until stderr holds `text`; false after timeoutMs.
+    // Waits until stderr holds `text`; false if the process ends first or after timeoutMs.
     bool waitForMessage(const QByteArray& text, int timeoutMs = 30000) {
         QElapsedTimer t;
         t.start();
         while (!said().contains(text)) {
-            if (t.elapsed() > timeoutMs)
+            if (m_process->state() == QProcess::NotRunning || t.elapsed() > timeoutMs)
                 return false;
             m_process->waitForReadyRead(50);
         }

@@ -56,6 +56,11 @@ QByteArray session(const QList<QJsonObject>& windows, const QJsonValue& selected
         .toJson(QJsonDocument::Compact);
 }
 
+// The session file of one window with one tab showing `url`.
+QByteArray oneTab(const QString& url) {
+    return mozLz4(session({window({tab({url})}, 1)}, 1));
+}
+
 const RunningApp firefox{QStringLiteral("org.mozilla.firefox"), QStringLiteral("Firefox"), true,
                          4242};
 
@@ -77,7 +82,6 @@ private slots:
     void damagedFilesYieldNone_data();
     void damagedFilesYieldNone();
     void oversizedFilesAreNotRead();
-    void aRewrittenFileIsReadAgain();
     void profileOfTheFrontProcessWins();
     void packagingsAndBrowsers();
 
@@ -173,7 +177,7 @@ void FirefoxTabSourceTest::selectedTabOfSelectedWindow() {
 
 void FirefoxTabSourceTest::damagedFilesYieldNone_data() {
     QTest::addColumn<QByteArray>("bytes");
-    const QByteArray good = mozLz4(session({window({tab({"https://claude.ai/"})}, 1)}, 1));
+    const QByteArray good = oneTab("https://claude.ai/");
     QByteArray wrongMagic = good;
     wrongMagic[3] = 'X';
     QByteArray sizeTooLarge = good;
@@ -200,7 +204,7 @@ void FirefoxTabSourceTest::damagedFilesYieldNone() {
     FirefoxTabSource source({root()});
     QCOMPARE(source.activeTabURL(firefox), std::nullopt);
     // The same source recovers as soon as the file is whole again.
-    writeSession(m_profile, mozLz4(session({window({tab({"https://claude.ai/"})}, 1)}, 1)));
+    writeSession(m_profile, oneTab("https://claude.ai/"));
     QCOMPARE(source.activeTabURL(firefox), "https://claude.ai/");
 }
 
@@ -221,26 +225,15 @@ void FirefoxTabSourceTest::oversizedFilesAreNotRead() {
     QCOMPARE(contentTooLarge.activeTabURL(firefox), std::nullopt);
 }
 
-void FirefoxTabSourceTest::aRewrittenFileIsReadAgain() {
-    FirefoxTabSource source({root()});
-    QCOMPARE(source.activeTabURL(firefox), std::nullopt); // no session file yet
-    writeSession(m_profile, mozLz4(session({window({tab({"https://claude.ai/"})}, 1)}, 1)));
-    QCOMPARE(source.activeTabURL(firefox), "https://claude.ai/");
-    writeSession(m_profile, mozLz4(session({window({tab({"https://x.ai/"})}, 1)}, 1)));
-    QCOMPARE(source.activeTabURL(firefox), "https://x.ai/");
-    QVERIFY(QFile::remove(m_profile + "/sessionstore-backups/recovery.jsonlz4"));
-    QCOMPARE(source.activeTabURL(firefox), std::nullopt); // Firefox closed cleanly
-}
-
 void FirefoxTabSourceTest::profileOfTheFrontProcessWins() {
     const QString work = addProfile(root(), "work");
     const QString other = addProfile(root(), "other");
     auto lock = [](const QString& profile, const QByteArray& target) {
         QVERIFY(::symlink(target.constData(), QFile::encodeName(profile + "/lock")) == 0);
     };
-    writeSession(m_profile, mozLz4(session({window({tab({"https://default.example/"})}, 1)}, 1)));
-    writeSession(work, mozLz4(session({window({tab({"https://work.example/"})}, 1)}, 1)));
-    writeSession(other, mozLz4(session({window({tab({"https://other.example/"})}, 1)}, 1)));
+    writeSession(m_profile, oneTab("https://default.example/"));
+    writeSession(work, oneTab("https://work.example/"));
+    writeSession(other, oneTab("https://other.example/"));
     setModified(work + "/sessionstore-backups/recovery.jsonlz4",
                 QDateTime::currentDateTime().addSecs(-3600));
     setModified(other + "/sessionstore-backups/recovery.jsonlz4",
@@ -281,11 +274,9 @@ void FirefoxTabSourceTest::packagingsAndBrowsers() {
                   "[General]\nStartWithLastProfile=1\nVersion=2\n");
         ini.close();
         FirefoxTabSource configSource({config});
-        writeSession(config + "/flagged.default",
-                     mozLz4(session({window({tab({"https://poe.com/"})}, 1)}, 1)));
+        writeSession(config + "/flagged.default", oneTab("https://poe.com/"));
         QCOMPARE(configSource.activeTabURL(firefox), "https://poe.com/");
-        writeSession(config + "/installed.default-release",
-                     mozLz4(session({window({tab({"https://grok.com/"})}, 1)}, 1)));
+        writeSession(config + "/installed.default-release", oneTab("https://grok.com/"));
         setModified(config + "/installed.default-release/sessionstore-backups/recovery.jsonlz4",
                     QDateTime::currentDateTime().addSecs(60));
         QCOMPARE(configSource.activeTabURL(firefox), "https://grok.com/");
@@ -294,7 +285,7 @@ void FirefoxTabSourceTest::packagingsAndBrowsers() {
 
     // Only the Snap profile has a session: found among all the places.
     const QString snap = addProfile(home + "/snap/firefox/common/.mozilla/firefox", "snapprof");
-    writeSession(snap, mozLz4(session({window({tab({"https://bolt.new/"})}, 1)}, 1)));
+    writeSession(snap, oneTab("https://bolt.new/"));
     FirefoxTabSource source(roots);
     QCOMPARE(source.activeTabURL(firefox), "https://bolt.new/");
 
@@ -307,7 +298,7 @@ void FirefoxTabSourceTest::packagingsAndBrowsers() {
     QVERIFY(ini.open(QIODevice::WriteOnly));
     ini.write("[Profile0]\nName=abs\nIsRelative=0\nPath=" + elsewhere.toUtf8() + "\n");
     ini.close();
-    writeSession(elsewhere, mozLz4(session({window({tab({"https://lovable.dev/"})}, 1)}, 1)));
+    writeSession(elsewhere, oneTab("https://lovable.dev/"));
     setModified(elsewhere + "/sessionstore-backups/recovery.jsonlz4",
                 QDateTime::currentDateTime().addSecs(60));
     QCOMPARE(source.activeTabURL(firefox), "https://lovable.dev/");

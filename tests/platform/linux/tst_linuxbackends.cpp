@@ -1,21 +1,18 @@
 #include "platform/linux/DialogFileChooser.h"
-#include "platform/linux/QtClipboard.h"
 
 #include <QApplication>
-#include <QClipboard>
 #include <QFileDialog>
 #include <QLineEdit>
 #include <QTemporaryDir>
 #include <QTest>
 #include <QTimer>
 
-// The Qt-based backends under the offscreen platform: the save dialog is driven the way a
-// user would, through the dialog the chooser opens.
+// The save dialog under the offscreen platform: driven the way a user would, through
+// the dialog the chooser opens.
 class LinuxBackendsTest : public QObject {
     Q_OBJECT
 private slots:
     void saveDialogProposesTheName();
-    void clipboardHoldsTheText();
 
 private:
     // Once the chooser's dialog is up, runs act on it.
@@ -65,14 +62,6 @@ void LinuxBackendsTest::saveDialogProposesTheName() {
 
     whenDialogOpens([](QFileDialog* d) { d->reject(); });
     QCOMPARE(chooser.chooseSaveLocation(request), std::nullopt);
-}
-
-void LinuxBackendsTest::clipboardHoldsTheText() {
-    QtClipboard clipboard;
-    QGuiApplication::clipboard()->setText("earlier");
-    clipboard.setText("## Mindmeter \u2014 Nov 15, 2026\n\n**Total:** 0");
-    QCOMPARE(QGuiApplication::clipboard()->text(),
-             QStringLiteral("## Mindmeter \u2014 Nov 15, 2026\n\n**Total:** 0"));
 }
 
 QTEST_MAIN(LinuxBackendsTest)
