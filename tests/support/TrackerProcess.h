@@ -62,7 +62,10 @@ public:
     }
 
     // Waits until the tracker says it is tracking; false if it ends or takes over 30 s.
-    bool waitUntilTracking() { return waitForMessage("mindmeter: tracking"); }
+    // A sanitizer build on a busy machine can take long to start; only a hang should fail.
+    bool waitUntilTracking(int timeoutMs = 120000) {
+        return waitForMessage("mindmeter: tracking", timeoutMs);
+    }
 
     // Waits until stderr holds `text`; false if the process ends first or after timeoutMs.
     bool waitForMessage(const QByteArray& text, int timeoutMs = 30000) {
