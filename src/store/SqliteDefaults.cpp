@@ -42,8 +42,8 @@ enum DerivedStatement { SelectDerived, UpsertDerived, DeleteDerived };
 
 const char* const derivedStatementTexts[] = {
     "SELECT bytes FROM derived WHERE key = ?1 AND revision = ?2",
-    "INSERT INTO derived(key, revision, bytes) VALUES(?1, ?2, ?3) "
-    "ON CONFLICT(key) DO UPDATE SET revision = excluded.revision, bytes = excluded.bytes",
+    ("INSERT INTO derived(key, revision, bytes) VALUES(?1, ?2, ?3) "
+     "ON CONFLICT(key) DO UPDATE SET revision = excluded.revision, bytes = excluded.bytes"),
     "DELETE FROM derived WHERE key = ?1",
 };
 
