@@ -167,6 +167,18 @@ sqlite3* openConnection(const QString& path, int busyWaitMs, QString* error,
     return db;
 }
 
+bool isSmall(const QVariant& value) {
+    constexpr qsizetype limit = 1024;
+    switch (value.typeId()) {
+    case QMetaType::QString:
+        return value.toString().size() <= limit / 2;
+    case QMetaType::QByteArray:
+        return value.toByteArray().size() <= limit;
+    default:
+        return true;
+    }
+}
+
 // The device and inode of the file at path; {0, 0} when there is none.
 std::pair<quint64, quint64> fileIdentity(const QString& path) {
     struct stat st {};
@@ -357,6 +369,13 @@ QVariant SqliteDefaults::value(const QString& key, bool* ok) const {
             if (ok)
                 *ok = false;
             return {};
+        }
+        // Settings are kept; large values (a day's ledger, say) are read when wanted, so the
+        // memory kept stays small.
+        if (!isSmall(fresh)) {
+            if (ok)
+                *ok = true;
+            return fresh;
         }
         cached.value = std::move(fresh);
     }
