@@ -5,6 +5,7 @@
 #include <QFileSystemWatcher>
 #include <QRandomGenerator>
 #include <QStandardPaths>
+#include <QThread>
 
 #include <sqlite3.h>
 
@@ -166,6 +167,18 @@ sqlite3* openConnection(const QString& path, int busyWaitMs, QString* error,
     return db;
 }
 
+bool isSmall(const QVariant& value) {
+    constexpr qsizetype limit = 1024;
+    switch (value.typeId()) {
+    case QMetaType::QString:
+        return value.toString().size() <= limit / 2;
+    case QMetaType::QByteArray:
+        return value.toByteArray().size() <= limit;
+    default:
+        return true;
+    }
+}
+
 // The device and inode of the file at path; {0, 0} when there is none.
 std::pair<quint64, quint64> fileIdentity(const QString& path) {
     struct stat st {};
@@ -286,6 +299,7 @@ bool SqliteDefaults::ensureWritableConnection() {
         return false; // the old connection stays, for reading
     }
     closeConnection();
+    forgetCache(); // the new connection counts its data version afresh
     m_db = db;
     if (!prepare()) {
         m_reopenBeforeWrite = true;
@@ -346,6 +360,31 @@ QVariant SqliteDefaults::value(const QString& key, bool* ok) const {
             *ok = false;
         return {};
     }
+    validateCache();
+    Cached& cached = m_cache[key];
+    if (!cached.value) {
+        bool read = false;
+        QVariant fresh = readValue(key, &read);
+        if (!read) {
+            if (ok)
+                *ok = false;
+            return {};
+        }
+        // Settings are kept; large values (a day's ledger, say) are read when wanted, so the
+        // memory kept stays small.
+        if (!isSmall(fresh)) {
+            if (ok)
+                *ok = true;
+            return fresh;
+        }
+        cached.value = std::move(fresh);
+    }
+    if (ok)
+        *ok = true;
+    return *cached.value;
+}
+
+QVariant SqliteDefaults::readValue(const QString& key, bool* ok) const {
     sqlite3_stmt* s = statement(SelectValue);
     StatementScope scope{s};
     const QByteArray k = key.toUtf8();
@@ -418,6 +457,7 @@ bool SqliteDefaults::setValue(const QString& key, const QVariant& value) {
         // shared counter for two processes to contend on.
         const quint64 revision = QRandomGenerator::global()->generate64() | 1u;
         sqlite3_bind_int64(s, 4, qint64(revision >> 1));
+        m_cache.remove(key); // read again, as stored
         if (sqlite3_step(s) != SQLITE_DONE)
             return writeFailed();
     }
@@ -442,6 +482,7 @@ bool SqliteDefaults::remove(const QString& key) {
         StatementScope scope{s};
         const QByteArray k = key.toUtf8();
         sqlite3_bind_text(s, 1, k.constData(), int(k.size()), SQLITE_STATIC);
+        m_cache.remove(key);
         if (sqlite3_step(s) != SQLITE_DONE)
             return writeFailed();
         if (sqlite3_stmt* derived = m_derivedStatements[DeleteDerived]) {
@@ -514,22 +555,62 @@ quint64 SqliteDefaults::revision(const QString& key) const {
     QMutexLocker lock(&m_mutex);
     if (!m_db)
         return 0;
+    validateCache();
+    Cached& cached = m_cache[key];
+    if (cached.revision)
+        return *cached.revision;
     sqlite3_stmt* s = statement(SelectRevision);
     StatementScope scope{s};
     const QByteArray k = key.toUtf8();
     sqlite3_bind_text(s, 1, k.constData(), int(k.size()), SQLITE_STATIC);
-    if (sqlite3_step(s) != SQLITE_ROW)
-        return 0;
-    return quint64(sqlite3_column_int64(s, 0)) | 1u;
+    const int rc = sqlite3_step(s);
+    const quint64 revision = rc == SQLITE_ROW ? quint64(sqlite3_column_int64(s, 0)) | 1u : 0;
+    if (rc == SQLITE_ROW || rc == SQLITE_DONE)
+        cached.revision = revision;
+    return revision;
 }
 
 qint64 SqliteDefaults::dataVersion() const {
     QMutexLocker lock(&m_mutex);
+    return dataVersionLocked();
+}
+
+qint64 SqliteDefaults::dataVersionLocked() const {
     if (!m_db)
         return -1;
     sqlite3_stmt* s = statement(DataVersion);
     StatementScope scope{s};
     return sqlite3_step(s) == SQLITE_ROW ? sqlite3_column_int64(s, 0) : -1;
+}
+
+void SqliteDefaults::forgetCache() const {
+    m_cache.clear();
+    m_cacheDataVersion = -1;
+}
+
+void SqliteDefaults::validateCache() const {
+    // In a turn of this object's event loop nothing else of this thread runs between two
+    // reads, and another process's commit is announced only in a later turn: one look at the
+    // data version serves all the turn's reads. Elsewhere every read looks.
+    QThread* current = QThread::currentThread();
+    const bool inOwnLoop = current == thread() && current->loopLevel() > 0;
+    if (inOwnLoop && m_cacheCheckedThisTurn)
+        return;
+    const qint64 version = dataVersionLocked();
+    if (version < 0 || version != m_cacheDataVersion) {
+        m_cache.clear();
+        m_cacheDataVersion = version;
+    }
+    if (inOwnLoop) {
+        m_cacheCheckedThisTurn = true;
+        QMetaObject::invokeMethod(
+            const_cast<SqliteDefaults*>(this),
+            [this] {
+                QMutexLocker lock(&m_mutex);
+                m_cacheCheckedThisTurn = false;
+            },
+            Qt::QueuedConnection);
+    }
 }
 
 void SqliteDefaults::watchForExternalChanges() {
@@ -547,7 +628,16 @@ void SqliteDefaults::watchForExternalChanges() {
 }
 
 void SqliteDefaults::checkExternalChange() {
-    const qint64 version = dataVersion();
+    qint64 version = -1;
+    {
+        QMutexLocker lock(&m_mutex);
+        version = dataVersionLocked();
+        // Whoever hears of the change reads what changed, not what was kept.
+        if (version < 0 || version != m_cacheDataVersion) {
+            m_cache.clear();
+            m_cacheDataVersion = version;
+        }
+    }
     if (version == m_seenDataVersion)
         return;
     m_seenDataVersion = version;

@@ -5,9 +5,11 @@
 #include "platform/Defaults.h"
 
 #include <QDateTime>
+#include <QHash>
 #include <QMutex>
 
 #include <memory>
+#include <optional>
 #include <utility>
 
 class QFileSystemWatcher;
@@ -23,6 +25,11 @@ struct sqlite3_stmt;
 // replaced, it opens (and if need be creates) the file at the path again, and announces it
 // with recreated(). After a failed write (disk full, file write-protected) the next write
 // opens the file again as well.
+//
+// Values and revisions read are kept in memory. Own writes update what is kept; another
+// process's commits are found by one look at the connection's data version, at most once per
+// turn of the event loop of this object's thread (on every read elsewhere), so a read never
+// gives a value older than one taken at the start of the current turn.
 class SqliteDefaults final : public Defaults, public DerivedValues {
     Q_OBJECT
 public:
@@ -84,6 +91,12 @@ private:
     void checkExternalChange();
     bool writeFailed(); // always false; called with the mutex held
     qint64 dataVersion() const;
+    qint64 dataVersionLocked() const;
+    QVariant readValue(const QString& key, bool* ok) const;
+    // Empties the kept values when another process has committed since they were read.
+    // Called with the mutex held.
+    void validateCache() const;
+    void forgetCache() const;
     bool prepare();
     sqlite3_stmt* statement(int index) const;
 
@@ -99,4 +112,14 @@ private:
     std::pair<quint64, quint64> m_identity{0, 0};
     bool m_reopenBeforeWrite = false;
     int m_busyWaitMs = defaultBusyWaitMs;
+
+    struct Cached {
+        std::optional<QVariant> value;
+        std::optional<quint64> revision;
+    };
+    mutable QHash<QString, Cached> m_cache;
+    // The data version the kept values were read at; -1 when none is known.
+    mutable qint64 m_cacheDataVersion = -1;
+    // The kept values were checked in the current turn of the event loop.
+    mutable bool m_cacheCheckedThisTurn = false;
 };

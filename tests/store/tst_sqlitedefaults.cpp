@@ -3,10 +3,12 @@
 #include "store/SqliteDefaults.h"
 
 #include <QCoreApplication>
+#include <QEventLoop>
 #include <QProcess>
 #include <QSignalSpy>
 #include <QTemporaryDir>
 #include <QTest>
+#include <QTimer>
 #include <QUuid>
 
 #include <sqlite3.h>
@@ -63,6 +65,8 @@ private slots:
     void valuesKeepTheirTypeAcrossReopen();
     void revisionsChangeOnEveryWrite();
     void signalsChanges();
+    void keptValuesFollowEveryWrite_data();
+    void keptValuesFollowEveryWrite();
     void reportsWhatCannotBeOpened();
     void twoProcessesWriteAtOnce();
 
@@ -145,6 +149,62 @@ void SqliteDefaultsTest::signalsChanges() {
     store->remove("a");
     QCOMPARE(spy.count(), 2);
     QCOMPARE(spy.at(0).at(0).toString(), QString("a"));
+}
+
+void SqliteDefaultsTest::keptValuesFollowEveryWrite_data() {
+    QTest::addColumn<bool>("secondConnection");
+    QTest::addColumn<bool>("removal");
+    QTest::addColumn<bool>("inEventLoop");
+    for (const bool loop : {false, true})
+        for (const bool second : {false, true})
+            for (const bool removal : {false, true})
+                QTest::addRow("%s %s%s", second ? "other's" : "own", removal ? "removal" : "write",
+                              loop ? " in event loop" : "")
+                    << second << removal << loop;
+}
+
+// A value read and kept is read again after a write: at once after this object's own, and
+// after another connection's no later than the next turn of the event loop (at once outside).
+void SqliteDefaultsTest::keptValuesFollowEveryWrite() {
+    QFETCH(bool, secondConnection);
+    QFETCH(bool, removal);
+    QFETCH(bool, inEventLoop);
+    auto store = SqliteDefaults::open(m_path);
+    auto second = SqliteDefaults::open(m_path);
+    store->setInteger("k", 1);
+    SqliteDefaults& writer = secondConnection ? *second : *store;
+    quint64 before = 0;
+    QVariant seen;
+    quint64 seenRevision = 0;
+    const auto readThenWrite = [&] {
+        QCOMPARE(store->value("k"), QVariant(qint64(1)));
+        before = store->revision("k");
+        QVERIFY(removal ? writer.remove("k") : writer.setInteger("k", 2));
+    };
+    const auto readAgain = [&] {
+        seen = store->value("k");
+        seenRevision = store->revision("k");
+    };
+    if (!inEventLoop) {
+        readThenWrite();
+        readAgain();
+    } else {
+        QEventLoop loop;
+        QTimer::singleShot(0, &loop, [&] {
+            readThenWrite();
+            if (!secondConnection)
+                readAgain();
+            QTimer::singleShot(0, &loop, [&] {
+                if (secondConnection)
+                    readAgain();
+                loop.quit();
+            });
+        });
+        loop.exec();
+    }
+    QCOMPARE(seen, removal ? QVariant() : QVariant(qint64(2)));
+    QVERIFY(seenRevision != before);
+    QCOMPARE(seenRevision == 0, removal);
 }
 
 void SqliteDefaultsTest::reportsWhatCannotBeOpened() {
