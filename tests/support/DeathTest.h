@@ -6,8 +6,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-// Runs fn in a forked child and reports whether the child was stopped by SIGABRT (as
-// qFatal does) rather than returning.
+// Whether fn, run in a forked child, stops it with SIGABRT (as qFatal does).
 inline bool abortsProcess(const std::function<void()>& fn) {
     const pid_t pid = ::fork();
     if (pid == 0) {
