@@ -8,15 +8,13 @@
 #include "LocalHttpServer.h"
 #include "PrivateSessionBus.h"
 #include "RunProcess.h"
+#include "StatusNotifierHost.h"
 #include "X11Windows.h"
 #include "XfcePanel.h"
 
-#include <QDBusArgument>
-#include <QDBusConnection>
 #include <QDBusConnectionInterface>
 #include <QDBusInterface>
 #include <QDBusReply>
-#include <QDBusVariant>
 #include <QDir>
 #include <QFileInfo>
 #include <QGuiApplication>
@@ -31,45 +29,6 @@
 #include <QTest>
 
 namespace {
-
-class TestWatcher : public QObject {
-    Q_OBJECT
-    Q_CLASSINFO("D-Bus Interface", "org.kde.StatusNotifierWatcher")
-    Q_PROPERTY(bool IsStatusNotifierHostRegistered READ hostRegistered)
-public:
-    QStringList registrations;
-    bool hostRegistered() const { return true; }
-public slots:
-    void RegisterStatusNotifierItem(const QString& service) { registrations << service; }
-signals:
-    void StatusNotifierHostRegistered();
-};
-
-// The menu's top-level items as (id, label, type).
-QList<std::tuple<int, QString, QString>> menuItems(const QDBusMessage& reply) {
-    QList<std::tuple<int, QString, QString>> items;
-    const QDBusArgument layout = reply.arguments().at(1).value<QDBusArgument>();
-    layout.beginStructure();
-    int id = 0;
-    QVariantMap properties;
-    layout >> id >> properties;
-    layout.beginArray();
-    while (!layout.atEnd()) {
-        QDBusVariant child;
-        layout >> child;
-        const QDBusArgument node = child.variant().value<QDBusArgument>();
-        node.beginStructure();
-        int childId = 0;
-        QVariantMap childProperties;
-        node >> childId >> childProperties;
-        node.endStructure();
-        items.append({childId, childProperties.value("label").toString(),
-                      childProperties.value("type").toString()});
-    }
-    layout.endArray();
-    layout.endStructure();
-    return items;
-}
 
 // The app's own home, settings and runtime folder, on the test's bus.
 QProcessEnvironment appEnvironment(const QTemporaryDir& home, const QString& busAddress) {
@@ -90,6 +49,28 @@ QProcessEnvironment appEnvironment(const QTemporaryDir& home, const QString& bus
 // `mindmeter ARGS` to its end; its standard output.
 QByteArray runCommand(const QProcessEnvironment& env, const QStringList& arguments) {
     return runProcess(MINDMETER_EXECUTABLE, arguments, env).out.trimmed();
+}
+
+bool startApp(QProcess& app, const QProcessEnvironment& env) {
+    app.setProcessEnvironment(env);
+    app.setProcessChannelMode(QProcess::ForwardedErrorChannel);
+    app.start(MINDMETER_EXECUTABLE, {});
+    return app.waitForStarted();
+}
+
+// xdotool on the app's shown window (the popover); its answer, empty while none is shown.
+QString onPopover(const QStringList& command = {}) {
+    return X11Windows::xdotool(QStringList{"search", "--onlyvisible", "--name", "^Mindmeter$"} +
+                               command)
+        .trimmed();
+}
+
+QRect popoverGeometry() {
+    const QString g = onPopover({"getwindowgeometry", "--shell"});
+    const auto value = [&](const QString& key) {
+        return g.section(key + "=", 1).section('\n', 0, 0).toInt();
+    };
+    return QRect(value("X"), value("Y"), value("WIDTH"), value("HEIGHT"));
 }
 
 // The description of a status item's tooltip (its count), read from the bus: (s a(iiay) s s).
@@ -130,14 +111,11 @@ void TrayAppTest::aDayInThePanel() {
     QCOMPARE(bus.start(), QString());
     QDBusConnection connection = bus.connect();
     TestWatcher watcher;
-    QVERIFY(connection.registerObject("/StatusNotifierWatcher", &watcher,
-                                      QDBusConnection::ExportAllContents));
-    QVERIFY(connection.registerService("org.kde.StatusNotifierWatcher"));
+    QVERIFY(watcher.serveOn(connection));
 
     QTemporaryDir home;
     QProcessEnvironment env = appEnvironment(home, bus.address());
-    env.insert("MINDMETER_TICK_MS", "50");             // each tick still counts ten seconds
-    env.insert("MINDMETER_WINDOWS_RELEASE_MS", "300"); // closed windows are let go soon
+    env.insert("MINDMETER_TICK_MS", "50"); // each tick still counts ten seconds
     // This test's host draws labels, but is no panel the app knows: it is told so.
     runCommand(env, {"defaults", "write", "mindmeter.countPlacement", "-string", "beside"});
     // The vendor's site, on loopback, offers a newer version.
@@ -153,41 +131,21 @@ void TrayAppTest::aDayInThePanel() {
     X11Windows::moveMouse(40, 40);
 
     QProcess app;
-    app.setProcessEnvironment(env);
-    app.setProcessChannelMode(QProcess::ForwardedErrorChannel);
-    app.start(MINDMETER_EXECUTABLE, {});
-    QVERIFY(app.waitForStarted());
+    QVERIFY(startApp(app, env));
     QTRY_VERIFY_WITH_TIMEOUT(!watcher.registrations.isEmpty(), 15000);
     const QString service = watcher.registrations.first();
-    QDBusInterface properties(service, "/StatusNotifierItem", "org.freedesktop.DBus.Properties",
-                              connection);
-    const auto label = [&] {
-        QDBusReply<QDBusVariant> r =
-            properties.call("Get", "org.kde.StatusNotifierItem", "XAyatanaLabel");
-        return r.isValid() ? r.value().variant().toString() : QString();
-    };
+    QDBusInterface item(service, "/StatusNotifierItem", "org.kde.StatusNotifierItem", connection);
 
     // The terminal in front earns reasoning tokens: the label's count grows and shows the
     // kind of work.
-    QTRY_VERIFY_WITH_TIMEOUT(label().trimmed().section(' ', 0, 0).toInt() >= 24, 20000);
-    QVERIFY2(label().contains(QChar(0x26A1)), qPrintable(label()));
+    QTRY_VERIFY_WITH_TIMEOUT(
+        item.property("XAyatanaLabel").toString().trimmed().section(' ', 0, 0).toInt() >= 24,
+        20000);
+    QVERIFY(item.property("XAyatanaLabel").toString().contains(QChar(0x26A1)));
 
     // The first launch opened the welcome page; "Get Started" turns it into the dashboard and
     // is remembered.
-    const auto popoverShown = [] {
-        return !X11Windows::xdotool({"search", "--onlyvisible", "--name", "^Mindmeter$"})
-                    .trimmed()
-                    .isEmpty();
-    };
-    const auto popoverGeometry = [] {
-        const QString g = X11Windows::xdotool(
-            {"search", "--onlyvisible", "--name", "^Mindmeter$", "getwindowgeometry", "--shell"});
-        return QRect(g.section("X=", 1).section('\n', 0, 0).toInt(),
-                     g.section("Y=", 1).section('\n', 0, 0).toInt(),
-                     g.section("WIDTH=", 1).section('\n', 0, 0).toInt(),
-                     g.section("HEIGHT=", 1).section('\n', 0, 0).toInt());
-    };
-    QTRY_VERIFY_WITH_TIMEOUT(popoverShown(), 10000);
+    QTRY_VERIFY_WITH_TIMEOUT(!onPopover().isEmpty(), 10000);
     QTest::qWait(300);
     const QRect welcome = popoverGeometry();
     QCOMPARE(welcome.size(), QSize(380, 460));
@@ -197,66 +155,44 @@ void TrayAppTest::aDayInThePanel() {
                  QByteArray("1"));
 
     // A click on the icon closes the dashboard; another opens it again.
-    QDBusInterface item(service, "/StatusNotifierItem", "org.kde.StatusNotifierItem", connection);
     item.call("Activate", 1200, 8);
-    QTRY_VERIFY(!popoverShown());
-    // Closed a while, the windows and their QML engine are let go; the click makes them again.
-    QTRY_VERIFY(!X11Windows::xdotool({"search", "--name", "^Mindmeter$", "getwindowgeometry", "%@"})
-                     .contains("380x460"));
+    QTRY_VERIFY(onPopover().isEmpty());
     item.call("Activate", 1200, 8);
-    QTRY_VERIFY(popoverShown());
+    QTRY_VERIFY(!onPopover().isEmpty());
     QTest::qWait(500);
 
-    // What the screen shows, kept for people to look at.
-    const QString shot = QDir(QCoreApplication::applicationDirPath()).filePath("tray-popover.png");
+    // Below the icon, which the host placed at the top; drawn, not a blank rectangle.
     const QImage screen = QGuiApplication::primaryScreen()->grabWindow(0).toImage();
-    QVERIFY(screen.save(shot));
     const QRect popover = popoverGeometry();
     QCOMPARE(popover.size(), QSize(380, 460));
-    QVERIFY(popover.top() > 8); // below the icon, which the host placed at the top
+    QVERIFY(popover.top() > 8);
     QSet<QRgb> colours;
     for (int dy = 0; dy < 460; dy += 5)
         for (int dx = 0; dx < 380; dx += 5)
             colours.insert(screen.pixel(qBound(0, popover.x() + dx, screen.width() - 1),
                                         qBound(0, popover.y() + dy, screen.height() - 1)));
-    QVERIFY2(colours.size() > 20, "the dashboard is drawn"); // not a blank rectangle
-    // It is no task of its own.
-    QProcess xprop;
-    xprop.start(
-        "xprop",
-        {"-id", X11Windows::xdotool({"search", "--onlyvisible", "--name", "^Mindmeter$"}).trimmed(),
-         "_NET_WM_STATE"});
-    QVERIFY(xprop.waitForFinished(10000));
-    const QByteArray states = xprop.readAllStandardOutput();
-    QVERIFY2(states.contains("_NET_WM_STATE_SKIP_TASKBAR") &&
-                 states.contains("_NET_WM_STATE_SKIP_PAGER"),
-             states.constData());
+    QVERIFY2(colours.size() > 20, "the dashboard is drawn");
 
     // The update check ran at start and found a newer version: the menu offers it. Opening
     // the menu asks again.
     QTRY_VERIFY(site.hits("/version.json") >= 1);
     QDBusInterface menu(service, "/MenuBar", "com.canonical.dbusmenu", connection);
-    const auto labels = [&] {
-        QStringList l;
-        for (const auto& item : menuItems(menu.call("GetLayout", 0, -1, QStringList())))
-            l << (std::get<2>(item) == "separator" ? QString("-") : std::get<1>(item));
-        return l;
+    const auto layout = [&] {
+        return MenuNode::fromReply(menu.call("GetLayout", 0, -1, QStringList()));
     };
-    QTRY_COMPARE(labels().value(2), QString("\u2b06 Update available \u2014 v9.9.9"));
+    QTRY_COMPARE(layout().labels().value(2), QString("\u2b06 Update available \u2014 v9.9.9"));
     const int checks = site.hits("/version.json");
     menu.call("AboutToShow", 0);
     QTRY_COMPARE(site.hits("/version.json"), checks + 1);
 
     // Quit from the menu: the day is stored and the app ends.
-    const auto items = menuItems(menu.call("GetLayout", 0, -1, QStringList()));
-    QVERIFY(!items.isEmpty());
-    QCOMPARE(std::get<1>(items.first()), QString("Mindmeter v1.4.5 \u00b7 2026-05-30"));
-    QCOMPARE(std::get<1>(items.last()), QString("Quit"));
-    menu.call("Event", std::get<0>(items.last()), "clicked",
+    const MenuNode root = layout();
+    QCOMPARE(root.labels().value(0), QString("Mindmeter v1.4.5 \u00b7 2026-05-30"));
+    QCOMPARE(root.labels().constLast(), QString("Quit"));
+    menu.call("Event", root.children.constLast().id, "clicked",
               QVariant::fromValue(QDBusVariant(QString())), uint(0));
     QVERIFY(app.waitForFinished(15000));
-    QCOMPARE(app.exitStatus(), QProcess::NormalExit);
-    QCOMPARE(app.exitCode(), 0);
+    QCOMPARE(app.exitCode(), 0); // not a crash either: that would be its signal
 
     const QJsonObject today =
         QJsonDocument::fromJson(runCommand(env, {"status", "--json"})).object();
@@ -271,8 +207,7 @@ void TrayAppTest::theCountOnAnXfcePanel() {
     XfcePanel panel;
     QCOMPARE(panel.start(bus.address()), QString());
     QTRY_VERIFY_WITH_TIMEOUT(
-        connection.interface()->isServiceRegistered("org.kde.StatusNotifierWatcher").value(),
-        30000);
+        connection.interface()->isServiceRegistered(TestWatcher::service).value(), 30000);
     // The empty panel, once it is drawn and still.
     QImage emptyPanel;
     QTRY_VERIFY_WITH_TIMEOUT(
@@ -297,10 +232,7 @@ void TrayAppTest::theCountOnAnXfcePanel() {
     X11Windows::moveMouse(600, 400);
 
     QProcess app;
-    app.setProcessEnvironment(env);
-    app.setProcessChannelMode(QProcess::ForwardedErrorChannel);
-    app.start(MINDMETER_EXECUTABLE, {});
-    QVERIFY(app.waitForStarted());
+    QVERIFY(startApp(app, env));
     QString service;
     QTRY_VERIFY_WITH_TIMEOUT(
         [&] {
@@ -333,16 +265,12 @@ void TrayAppTest::theCountOnAnXfcePanel() {
         }
     };
     QString firstCount, secondCount;
-    QImage first;
+    QImage first, second;
     QTRY_VERIFY_WITH_TIMEOUT(differingPixels(first = panelAtACount(&firstCount), emptyPanel) > 20,
                              20000);
     QTRY_VERIFY_WITH_TIMEOUT(toolTipText(properties) != firstCount, 20000);
-    QImage second;
     QTRY_VERIFY_WITH_TIMEOUT(differingPixels(second = panelAtACount(&secondCount), emptyPanel) > 20,
                              20000);
-    const QDir out(QCoreApplication::applicationDirPath());
-    first.save(out.filePath("xfce-panel-count-1.png"));
-    second.save(out.filePath("xfce-panel-count-2.png"));
     QVERIFY2(firstCount != secondCount, qPrintable(firstCount));
     QVERIFY2(differingPixels(first, second) > 10, qPrintable(firstCount + " / " + secondCount));
 
@@ -354,18 +282,12 @@ void TrayAppTest::theCountOnAnXfcePanel() {
                                  differingPixels(countOnly, first) > 10,
                              20000);
     QVERIFY(differingPixels(countOnly, emptyPanel) > 20);
-    countOnly.save(out.filePath("xfce-panel-count-only.png"));
 
-    // A window of the app has focus: Ctrl+Q quits, as the menu's Quit does.
+    // A window of the app has focus: Ctrl+Q quits, as the menu's Quit does. A click on its
+    // header gives it the keyboard, as it would a user's.
     item.call("Activate", 600, 10);
-    QString popover;
-    QTRY_VERIFY_WITH_TIMEOUT(
-        !(popover =
-              X11Windows::xdotool({"search", "--onlyvisible", "--name", "^Mindmeter$"}).trimmed())
-             .isEmpty(),
-        15000);
-    // A click on its header gives it the keyboard, as it would a user's.
-    X11Windows::xdotool({"mousemove", "--window", popover, "150", "15", "click", "1"});
+    QTRY_VERIFY_WITH_TIMEOUT(!onPopover().isEmpty(), 15000);
+    X11Windows::xdotool({"mousemove", "--window", onPopover(), "150", "15", "click", "1"});
     X11Windows::xdotool({"key", "--clearmodifiers", "ctrl+q"});
     QVERIFY(app.waitForFinished(15000));
     QCOMPARE(app.exitCode(), 0);
@@ -378,45 +300,35 @@ void TrayAppTest::oneTrayPerLoginSession() {
     QCOMPARE(bus.start(), QString());
     QDBusConnection connection = bus.connect();
     TestWatcher watcher; // a panel, so that no dashboard opens by itself
-    QVERIFY(connection.registerObject("/StatusNotifierWatcher", &watcher,
-                                      QDBusConnection::ExportAllContents));
-    QVERIFY(connection.registerService("org.kde.StatusNotifierWatcher"));
-    QTemporaryDir first, second, third;
-    const auto environment = [&](const QTemporaryDir& home) {
-        QProcessEnvironment env = appEnvironment(home, bus.address());
-        env.insert("TMPDIR", first.path());
-        runCommand(env, {"defaults", "write", "mindmeter.hasLaunchedBefore", "-bool", "true"});
-        return env;
-    };
-    QProcess a, b;
-    for (auto [app, home] : {std::pair{&a, &first}, std::pair{&b, &second}}) {
-        app->setProcessEnvironment(environment(*home));
-        app->start(MINDMETER_EXECUTABLE, {});
-        QVERIFY(app->waitForStarted());
+    QVERIFY(watcher.serveOn(connection));
+    QTemporaryDir homes[2];
+    QProcessEnvironment env[2];
+    QProcess apps[2];
+    for (int i : {0, 1}) {
+        env[i] = appEnvironment(homes[i], bus.address());
+        env[i].insert("TMPDIR", homes[0].path());
+        runCommand(env[i], {"defaults", "write", "mindmeter.hasLaunchedBefore", "-bool", "true"});
+        QVERIFY(startApp(apps[i], env[i]));
     }
-    QTRY_VERIFY_WITH_TIMEOUT(QFileInfo::exists(first.filePath("run/mindmeter.socket")) &&
-                                 QFileInfo::exists(second.filePath("run/mindmeter.socket")),
+    QTRY_VERIFY_WITH_TIMEOUT(QFileInfo::exists(homes[0].filePath("run/mindmeter.socket")) &&
+                                 QFileInfo::exists(homes[1].filePath("run/mindmeter.socket")),
                              30000);
-    QVERIFY(a.state() == QProcess::Running && b.state() == QProcess::Running);
+    QVERIFY(apps[0].state() == QProcess::Running && apps[1].state() == QProcess::Running);
 
-    // A second start in the first session asks its tray to show the dashboard, and ends.
-    QProcessEnvironment again = environment(third);
-    again.insert("XDG_RUNTIME_DIR", first.filePath("run"));
-    QProcess handOver;
-    handOver.setProcessEnvironment(again);
-    handOver.start(MINDMETER_EXECUTABLE, {});
-    QVERIFY(handOver.waitForFinished(30000));
-    QCOMPARE(handOver.exitCode(), 0);
-    QVERIFY(handOver.readAllStandardError().contains("already running"));
-    QTRY_COMPARE_WITH_TIMEOUT(
-        X11Windows::xdotool({"search", "--onlyvisible", "--name", "^Mindmeter$", "getwindowpid"})
-            .trimmed(),
-        QString::number(a.processId()), 20000);
-
-    for (QProcess* app : {&a, &b}) {
-        app->terminate();
-        QVERIFY(app->waitForFinished(15000));
-        QCOMPARE(app->exitCode(), 0);
+    // A second start in the first session (whatever its data) asks its tray to show the
+    // dashboard, and ends.
+    QTemporaryDir other;
+    QProcessEnvironment again = appEnvironment(other, bus.address());
+    again.insert("XDG_RUNTIME_DIR", homes[0].filePath("run"));
+    const ProcessResult handOver = runProcess(MINDMETER_EXECUTABLE, {}, again);
+    QCOMPARE(handOver.exitCode, 0);
+    QVERIFY(handOver.err.contains("already running"));
+    QTRY_COMPARE_WITH_TIMEOUT(onPopover({"getwindowpid"}), QString::number(apps[0].processId()),
+                              20000);
+    for (QProcess& app : apps) {
+        app.terminate();
+        QVERIFY(app.waitForFinished(15000));
+        QCOMPARE(app.exitCode(), 0);
     }
 }
 

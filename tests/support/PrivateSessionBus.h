@@ -42,8 +42,7 @@ public:
     }
 
     QDBusConnection connect() { return connectTo(m_address); }
-    // For other processes: their DBUS_SESSION_BUS_ADDRESS.
-    QString address() const { return m_address; }
+    QString address() const { return m_address; } // other processes' DBUS_SESSION_BUS_ADDRESS
     // A connection to where no bus listens: never connected.
     QDBusConnection connectNowhere() { return connectTo(QStringLiteral("unix:path=/nonexistent")); }
 

@@ -4,6 +4,7 @@
 #include <QFile>
 #include <QGuiApplication>
 #include <QImage>
+#include <QLibraryInfo>
 #include <QPixmap>
 #include <QProcess>
 #include <QScreen>
@@ -64,7 +65,9 @@ public:
         // The private bus starts no services on demand: the settings daemon is started here.
         m_xfconfd.setProcessEnvironment(env);
         m_xfconfd.setProcessChannelMode(QProcess::ForwardedErrorChannel);
-        m_xfconfd.start(xfconfd(), {});
+        // Debian keeps it in the architecture's library folder, which is also Qt's.
+        m_xfconfd.start(QLibraryInfo::path(QLibraryInfo::LibrariesPath) +
+                        QStringLiteral("/xfce4/xfconf/xfconfd"));
         if (!m_xfconfd.waitForStarted())
             return QStringLiteral("xfconfd is needed (Debian package xfconf)");
         m_panel.setProcessEnvironment(env);
@@ -82,14 +85,6 @@ public:
     }
 
 private:
-    // Debian keeps it in the architecture's library folder.
-    static QString xfconfd() {
-        for (const QFileInfo& lib : QDir(QStringLiteral("/usr/lib")).entryInfoList(QDir::Dirs))
-            if (QFile::exists(lib.filePath() + QStringLiteral("/xfce4/xfconf/xfconfd")))
-                return lib.filePath() + QStringLiteral("/xfce4/xfconf/xfconfd");
-        return QStringLiteral("xfconfd");
-    }
-
     QTemporaryDir m_config;
     QProcess m_xfconfd;
     QProcess m_panel;

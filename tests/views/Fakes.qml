@@ -60,10 +60,7 @@ QtObject {
         property bool goalEnabled: false
         property real dailyGoal: 20000
     }
-    property QtObject events: QtObject {
-        property int testOnboardingCompletions: 0
-        function postOnboardingComplete() { ++testOnboardingCompletions }
-    }
+    property QtObject events: QtObject { function postOnboardingComplete() {} }
     property QtObject onboardingNote: QtObject {
         property string icon: "desktopcomputer"
         property string colour: "orange"
@@ -74,8 +71,7 @@ QtObject {
         property bool launchAtLogin: false
         property string launchAtLoginHelp: "Enable to start Mindmeter automatically at login."
         property int testReschedules: 0
-        property var testRequested: []
-        function setLaunchAtLogin(on) { testRequested = testRequested.concat([on]) }
+        function setLaunchAtLogin(on) {}
         function rescheduleDigest() { ++testReschedules }
     }
     property QtObject categories: QtObject {

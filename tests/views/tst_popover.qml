@@ -1,18 +1,12 @@
 import QtQuick
-import QtTest
 import Mindmeter
 
-// The popover's root: welcome page or dashboard, and what finishing the welcome does.
-TestCase {
+// The popover's dashboard: its column of cards and the buttons at its end.
+ViewTestCase {
     id: test
     name: "Popover"
     width: 380
     height: 460
-    visible: true
-    when: windowShown
-
-    Fakes { id: fakes }
-    function init() { failOnWarning(/.?/) } // any warning fails the test
 
     Component {
         id: rootView
@@ -29,104 +23,38 @@ TestCase {
     }
 
     function make() {
+        fakes.preferences.hasLaunchedBefore = true
         const root = createTemporaryObject(rootView, test)
         verify(root)
         waitForRendering(root)
         return root
     }
 
-    function test_firstLaunchShowsTheWelcomePage() {
-        fakes.preferences.hasLaunchedBefore = false
-        fakes.events.testOnboardingCompletions = 0
+    function test_exportAndUpdate() {
         const root = make()
-        const button = findChild(root, "getStarted")
-        verify(button, "the welcome page is shown")
-        // The last row says what the desktop's backend says, and follows it.
-        const note = findChild(root, "noteRow")
-        compare(note.title, "One extension needed")
-        fakes.onboardingNote.title = "Shell extension on"
-        compare(note.title, "Shell extension on")
-        fakes.onboardingNote.title = "One extension needed"
-        verify(!findChild(root, "popover"))
-        mouseClick(button)
-        compare(fakes.preferences.hasLaunchedBefore, true)
-        compare(fakes.events.testOnboardingCompletions, 1)
-        tryVerify(() => findChild(root, "popover") !== null)
-        tryVerify(() => findChild(root, "getStarted") === null)
-        compare(fakes.events.testOnboardingCompletions, 1)
-    }
-
-    function test_dashboardColumn() {
-        fakes.preferences.hasLaunchedBefore = true
-        fakes.preferences.goalEnabled = false
-        const root = make()
-        const dashboard = findChild(root, "dashboard")
-        verify(dashboard)
-        const visibleEntries = () => {
-            const names = []
-            for (let i = 0; i < dashboard.children.length; ++i)
-                if (dashboard.children[i].visible)
-                    names.push(dashboard.children[i].objectName)
-            return names
-        }
-        compare(visibleEntries(), ["CurrentActivityCard", "TotalTokensCard", "TokenBreakdownCard",
-                                   "GaugeRow", "SessionModeCard", "VelocityChartCard",
-                                   "WeeklyChartCard", "DailyHistoryCard", "TrendsCard",
-                                   "ExportCard", "AppVersionRow"])
-        fakes.preferences.goalEnabled = true
-        tryVerify(() => findChild(root, "DailyGoalCard") !== null)
-        const entries = visibleEntries()
-        compare(entries.length, 12)
-        compare(entries[9], "DailyGoalSlot") // between the trends and the export
-        fakes.preferences.goalEnabled = false
-        tryVerify(() => findChild(root, "DailyGoalCard") === null)
-
-        // The column scrolls under the header; the header stays.
-        const scroller = findChild(root, "scroller")
-        verify(scroller.contentHeight > scroller.height)
-        const header = findChild(root, "header")
-        const headerY = header.mapToItem(root, 0, 0).y
-        scroller.contentY = 200
-        compare(header.mapToItem(root, 0, 0).y, headerY)
-    }
-
-    function test_exportCard() {
-        fakes.preferences.hasLaunchedBefore = true
-        fakes.exporter.testCopies = 0
-        const root = make()
-        const copy = findChild(root, "copy")
-        const scroller = findChild(root, "scroller")
+        const update = findChild(root, "update")
+        verify(!update.visible)
+        fakes.checker.updateAvailable = true
+        const scroller = findChild(root, "scroller") // to its end: the export and version rows
         scroller.contentY = scroller.contentHeight - scroller.height
         waitForRendering(root)
+        const copy = findChild(root, "copy")
         mouseClick(copy)
         compare(fakes.exporter.testCopies, 1)
         compare(findChild(copy, "title").text, "Copied!")
-        tryCompare(findChild(copy, "title"), "text", "Copy Summary", 3000)
+        tryCompare(findChild(copy, "title"), "text", "Copy Summary", 10000)
         mouseClick(findChild(root, "csv"))
         compare(fakes.exporter.testExports, 1)
-    }
 
-    function test_updateButton() {
-        fakes.preferences.hasLaunchedBefore = true
-        fakes.checker.updateAvailable = false
-        const root = make()
-        const button = findChild(root, "update")
-        verify(!button.visible)
-        fakes.checker.updateAvailable = true
-        verify(button.visible)
         const text = findChild(root, "updateText")
         compare(text.text, "1.5.0 available")
-        const scroller = findChild(root, "scroller")
-        scroller.contentY = scroller.contentHeight - scroller.height
-        waitForRendering(root)
-        fakes.checker.testDownloads = 0
-        mouseClick(button)
+        mouseClick(update)
         compare(text.text, "Downloading\u2026")
-        mouseClick(button) // nothing further while a download runs
+        mouseClick(update) // nothing further while a download runs
         compare(fakes.checker.testDownloads, 1)
         fakes.checker.downloadFinished(false)
         compare(text.text, "Failed \u2014 retry")
-        mouseClick(button)
+        mouseClick(update)
         compare(fakes.checker.testDownloads, 2)
         fakes.checker.downloadFinished(true)
         compare(text.text, "1.5.0 available")

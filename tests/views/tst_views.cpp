@@ -1,5 +1,5 @@
 // Runs the QML tests in this folder against the real view module, offscreen. Every warning
-// fails the test that caused it (each TestCase's init() asks for that), and the tests' fakes
+// fails the test that caused it (ViewTestCase.qml asks for that), and the tests' fakes
 // are checked against the members of the real objects they stand in for.
 
 #include "app/PreferencesActions.h"

@@ -1,7 +1,6 @@
 #include "app/PreferencesActions.h"
 #include "platform/linux/XdgAutostartLoginItem.h"
 
-#include <QDir>
 #include <QFile>
 #include <QSignalSpy>
 #include <QTemporaryDir>
@@ -13,42 +12,17 @@ using Status = LoginItem::Status;
 class LoginItemTest : public QObject {
     Q_OBJECT
 private slots:
-    void init() { m_dir = std::make_unique<QTemporaryDir>(); }
-    void desktopSettingsSwitchedItOff();
-    void unavailableWithoutAProgram();
     void preferencesShowTheRealState();
-
-private:
-    QString folder() const { return m_dir->filePath("autostart"); }
-    QString program() const { return QCoreApplication::applicationFilePath(); }
-    QByteArray entry(const XdgAutostartLoginItem& item) const {
-        QFile f(item.entryPath());
-        return f.open(QIODevice::ReadOnly) ? f.readAll() : QByteArray();
-    }
-    std::unique_ptr<QTemporaryDir> m_dir;
 };
 
-void LoginItemTest::desktopSettingsSwitchedItOff() {
-    XdgAutostartLoginItem item(program(), folder());
-    QDir().mkpath(folder());
-    QFile f(item.entryPath());
-    QVERIFY(f.open(QIODevice::WriteOnly));
-    f.write("[Desktop Entry]\nType=Application\nExec=x\nX-GNOME-Autostart-enabled=false\n");
-    f.close();
-    QCOMPARE(item.status(), Status::disabled);
-}
-
-void LoginItemTest::unavailableWithoutAProgram() {
-    XdgAutostartLoginItem item(m_dir->filePath("no-such-program"), folder());
-    QCOMPARE(item.status(), Status::notFound);
-    QString error;
-    QVERIFY(!item.registerItem(&error));
-    QVERIFY(!error.isEmpty());
-    QVERIFY(!QFile::exists(item.entryPath()));
-}
-
 void LoginItemTest::preferencesShowTheRealState() {
-    XdgAutostartLoginItem item(program(), folder());
+    QTemporaryDir dir;
+    const QString program = QCoreApplication::applicationFilePath();
+    XdgAutostartLoginItem item(program, dir.filePath("autostart"));
+    const auto entry = [&] {
+        QFile f(item.entryPath());
+        return f.open(QIODevice::ReadOnly) ? f.readAll() : QByteArray();
+    };
     PreferencesActions actions(item, {});
     QCOMPARE(item.status(), Status::notRegistered);
     QCOMPARE(actions.launchAtLogin(), false);
@@ -56,23 +30,30 @@ void LoginItemTest::preferencesShowTheRealState() {
              QString("Enable to start Mindmeter automatically at login."));
     actions.setLaunchAtLogin(true);
     QCOMPARE(item.status(), Status::enabled);
-    QVERIFY(entry(item).startsWith("[Desktop Entry]\n"));
-    QVERIFY(entry(item).contains("Exec=\"" + program().toUtf8() + "\"\n"));
+    QVERIFY(entry().startsWith("[Desktop Entry]\n"));
+    QVERIFY(entry().contains("Exec=\"" + program.toUtf8() + "\"\n"));
     QCOMPARE(actions.launchAtLogin(), true);
     QCOMPARE(actions.launchAtLoginHelp(), QString("Mindmeter starts automatically at login."));
     // Switched off, the entry stays, marked hidden, so it is not set up again at start.
     actions.setLaunchAtLogin(false);
     QCOMPARE(item.status(), Status::disabled);
-    QVERIFY(entry(item).contains("Hidden=true\n"));
+    QVERIFY(entry().contains("Hidden=true\n"));
     QCOMPARE(actions.launchAtLogin(), false);
     QCOMPARE(actions.launchAtLoginHelp(), QString()); // switched off: no text
+    // On again, then switched off in the desktop's own settings: off here too.
+    actions.setLaunchAtLogin(true);
+    QFile desktops(item.entryPath());
+    QVERIFY(desktops.open(QIODevice::WriteOnly | QIODevice::Truncate));
+    desktops.write("[Desktop Entry]\nType=Application\nExec=x\nX-GNOME-Autostart-enabled=false\n");
+    desktops.close();
+    QCOMPARE(item.status(), Status::disabled);
 
     // A folder that cannot be made (a file stands in the way): the toggle returns to what
     // is really there.
-    QFile blocker(m_dir->filePath("blocker"));
+    QFile blocker(dir.filePath("blocker"));
     QVERIFY(blocker.open(QIODevice::WriteOnly));
     blocker.close();
-    XdgAutostartLoginItem blocked(program(), m_dir->filePath("blocker/autostart"));
+    XdgAutostartLoginItem blocked(program, dir.filePath("blocker/autostart"));
     PreferencesActions failing(blocked, {});
     QSignalSpy changed(&failing, &PreferencesActions::launchAtLoginChanged);
     failing.setLaunchAtLogin(true);

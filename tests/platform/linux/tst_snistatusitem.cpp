@@ -1,9 +1,9 @@
 #include "PrivateSessionBus.h"
+#include "StatusNotifierHost.h"
 
 #include "platform/linux/DBusMenuTypes.h"
 #include "platform/linux/PanelHost.h"
 #include "platform/linux/SniStatusItem.h"
-#include "platform/linux/StatusItemFactory.h"
 #include "views/Symbols.h"
 
 #include <QDBusMessage>
@@ -18,20 +18,6 @@ namespace {
 const QString itemInterface = QStringLiteral("org.kde.StatusNotifierItem");
 const QString menuInterface = QStringLiteral("com.canonical.dbusmenu");
 
-// The watcher half of a status-notifier host: records every item that registers.
-class TestWatcher : public QObject {
-    Q_OBJECT
-    Q_CLASSINFO("D-Bus Interface", "org.kde.StatusNotifierWatcher")
-    Q_PROPERTY(bool IsStatusNotifierHostRegistered MEMBER hostRegistered)
-public:
-    QStringList registrations;
-    bool hostRegistered = true;
-public slots:
-    void RegisterStatusNotifierItem(const QString& service) { registrations << service; }
-signals:
-    void StatusNotifierHostRegistered();
-};
-
 // What a host hears from an item.
 class SignalRecorder : public QObject {
     Q_OBJECT
@@ -44,28 +30,6 @@ public slots:
     void newIcon() { ++newIcons; }
     void layoutUpdated(uint revision, int parent) { layoutRevisions << revision + 1000 * parent; }
 };
-
-struct LayoutNode {
-    int id = -1;
-    QVariantMap properties;
-    QList<LayoutNode> children;
-};
-
-// Read by hand from the wire, so a fault in the item's own marshalling cannot cancel out.
-LayoutNode readLayout(const QDBusArgument& argument) {
-    LayoutNode node;
-    argument.beginStructure();
-    argument >> node.id >> node.properties;
-    argument.beginArray();
-    while (!argument.atEnd()) {
-        QDBusVariant child;
-        argument >> child;
-        node.children.append(readLayout(child.variant().value<QDBusArgument>()));
-    }
-    argument.endArray();
-    argument.endStructure();
-    return node;
-}
 
 // The bitmaps of an a(iiay) value, their ARGB32 bytes read as big-endian.
 QList<QImage> readPixmaps(const QVariant& value) {
@@ -101,31 +65,6 @@ QSet<QRgb> opaqueColours(const QImage& image, int* visible = nullptr) {
     return colours;
 }
 
-QList<StatusMenuItem> appMenu(QMap<QString, int>& runs) {
-    const auto item = [&runs](const QString& title, const QString& shortcut = {}) {
-        StatusMenuItem i{title, shortcut, true, false, [&runs, title] { ++runs[title]; }};
-        return i;
-    };
-    StatusMenuItem header = item(QStringLiteral("Mindmeter 1.4.5"));
-    header.enabled = false;
-    const StatusMenuItem separator = StatusMenuItem::separatorItem();
-    return {header,
-            separator,
-            item(QStringLiteral("\u2B06 Update available \u2014 v1.5.0")),
-            separator,
-            item(QStringLiteral("Dashboard")),
-            item(QStringLiteral("Preferences\u2026"), QStringLiteral(",")),
-            separator,
-            item(QStringLiteral("Copy Summary")),
-            item(QStringLiteral("Export CSV\u2026")),
-            separator,
-            item(QStringLiteral("Reset Today")),
-            separator,
-            item(QStringLiteral("Send Feedback")),
-            separator,
-            item(QStringLiteral("Quit"), QStringLiteral("q"))};
-}
-
 } // namespace
 
 // The StatusNotifierItem and its dbusmenu against a private dbus-daemon and a test host on it.
@@ -139,19 +78,16 @@ private slots:
     void iconStatesDifferInColourAndNoneIsBlank();
     void hostsThatDrawTheLabel_data();
     void hostsThatDrawTheLabel();
-    void menuLayoutMatchesTheItems();
-    void menuClicksRunActionsAndBadIdsAreRefused();
-    void openingTheMenuMayReplaceIt();
+    void menuOverTheWire();
     void watcherThatAppearsLaterOrRestartsGetsARegistration();
-    void factoryChoosesByWhatIsOnTheBus();
 
 private:
-    std::unique_ptr<SniStatusItem> makeItem();
+    std::unique_ptr<SniStatusItem> makeItem() {
+        return std::make_unique<SniStatusItem>(m_bus.connect(), m_glyph);
+    }
     QDBusMessage call(const SniStatusItem& item, const QString& interface, const QString& method,
                       const QVariantList& arguments = {});
-    QVariantMap properties(const QString& service, const QString& interface);
-    LayoutNode layout(const SniStatusItem& item, int parent, const QStringList& names = {},
-                      uint* revision = nullptr);
+    QVariantMap properties(const SniStatusItem& item);
 
     PrivateSessionBus m_bus;
     StatusIconGlyph m_glyph;
@@ -174,9 +110,7 @@ void SniStatusItemTest::initTestCase() {
 void SniStatusItemTest::init() {
     m_host = m_bus.connect();
     m_watcher = std::make_unique<TestWatcher>();
-    QVERIFY(m_host.registerObject(SniStatusItem::watcherPath, m_watcher.get(),
-                                  QDBusConnection::ExportAllContents));
-    QVERIFY(m_host.registerService(SniStatusItem::watcherService));
+    QVERIFY(m_watcher->serveOn(m_host));
 }
 
 void SniStatusItemTest::cleanup() {
@@ -184,10 +118,6 @@ void SniStatusItemTest::cleanup() {
     m_host.unregisterService(SniStatusItem::watcherService);
     m_host = QDBusConnection(QString());
     m_bus.disconnectAll();
-}
-
-std::unique_ptr<SniStatusItem> SniStatusItemTest::makeItem() {
-    return std::make_unique<SniStatusItem>(m_bus.connect(), m_glyph);
 }
 
 QDBusMessage SniStatusItemTest::call(const SniStatusItem& item, const QString& interface,
@@ -201,28 +131,10 @@ QDBusMessage SniStatusItemTest::call(const SniStatusItem& item, const QString& i
     return m_host.call(message, QDBus::BlockWithGui, 5000);
 }
 
-QVariantMap SniStatusItemTest::properties(const QString& service, const QString& interface) {
-    const QString path =
-        interface == menuInterface ? SniStatusItem::menuPath : SniStatusItem::itemPath;
-    const QDBusMessage reply = m_host.call(
-        QDBusMessage::createMethodCall(service, path, "org.freedesktop.DBus.Properties", "GetAll")
-            << interface,
-        QDBus::BlockWithGui);
-    QVariantMap map;
-    if (reply.type() == QDBusMessage::ReplyMessage)
-        reply.arguments().value(0).value<QDBusArgument>() >> map;
-    return map;
-}
-
-LayoutNode SniStatusItemTest::layout(const SniStatusItem& item, int parent,
-                                     const QStringList& names, uint* revision) {
+QVariantMap SniStatusItemTest::properties(const SniStatusItem& item) {
     const QDBusMessage reply =
-        call(item, menuInterface, QStringLiteral("GetLayout"), {parent, -1, names});
-    if (reply.signature() != QLatin1String("u(ia{sv}av)"))
-        return {};
-    if (revision)
-        *revision = reply.arguments().at(0).toUInt();
-    return readLayout(reply.arguments().at(1).value<QDBusArgument>());
+        call(item, "org.freedesktop.DBus.Properties", "GetAll", {itemInterface});
+    return qdbus_cast<QVariantMap>(reply.arguments().value(0));
 }
 
 void SniStatusItemTest::labelCarriesCountAndSymbol() {
@@ -231,27 +143,15 @@ void SniStatusItemTest::labelCarriesCountAndSymbol() {
     SignalRecorder heard;
     QVERIFY(m_host.connect(item->serviceName(), SniStatusItem::itemPath, itemInterface,
                            "XAyatanaNewLabel", &heard, SLOT(newLabel(QString, QString))));
-    const QString bolt = QStringLiteral(" 12.3k \u26A1\uFE0E");
     item->setTitle(QStringLiteral(" 12.3k "), QStringLiteral("bolt.fill"));
     item->setTitle(QStringLiteral(" 12.3k "), QStringLiteral("bolt.fill")); // unchanged: silent
-    QTRY_COMPARE(heard.labels.size(), 1);
-    QCOMPARE(heard.labels[0], (QStringList{bolt, QStringLiteral(" 88.8k \u26A1\uFE0E")}));
-    const QVariantMap p = properties(item->serviceName(), itemInterface);
-    QCOMPARE(p.value("XAyatanaLabel").toString(), bolt);
-
-    // The icon-only style: no label at all, not a lone symbol.
-    item->setTitle(QString(), QStringLiteral("keyboard"));
+    item->setTitle(QString(), QStringLiteral("keyboard")); // icon only: not a lone symbol
     QTRY_COMPARE(heard.labels.size(), 2);
-    QCOMPARE(heard.labels[1], (QStringList{QString(), QString()}));
-
-    // For a panel that draws no label (Xfce's): none is offered, the count is in the bitmaps.
-    item->setCountPlacement(StatusItem::CountPlacement::inIcon);
+    const QString bolt = QStringLiteral(" 12.3k \u26A1\uFE0E");
+    QCOMPARE(heard.labels, (QList<QStringList>{{bolt, QStringLiteral(" 88.8k \u26A1\uFE0E")},
+                                               {QString(), QString()}}));
     item->setTitle(QStringLiteral(" 12.3k "), QStringLiteral("bolt.fill"));
-    const QVariantMap inIcon = properties(item->serviceName(), itemInterface);
-    QCOMPARE(inIcon.value("XAyatanaLabel").toString() + inIcon.value("IconName").toString(),
-             QString());
-    const QSet<QRgb> colours = opaqueColours(readPixmaps(inIcon.value("IconPixmap")).last());
-    QVERIFY(std::any_of(colours.begin(), colours.end(), [](QRgb c) { return qGray(c) > 240; }));
+    QCOMPARE(properties(*item).value("XAyatanaLabel").toString(), bolt);
 }
 
 void SniStatusItemTest::iconStatesDifferInColourAndNoneIsBlank() {
@@ -261,31 +161,35 @@ void SniStatusItemTest::iconStatesDifferInColourAndNoneIsBlank() {
                            &heard, SLOT(newIcon())));
     const struct {
         StatusItem::Icon icon;
-        QRgb colour;
+        QSet<QRgb> colours;
         QString name;
     } states[] = {
-        {StatusItem::Icon::orange, 0xFF9500, "mindmeter-status-orange"},
-        {StatusItem::Icon::red, 0xFF3B30, "mindmeter-status-red"},
-        {StatusItem::Icon::normal, 0x8E8E93, "mindmeter-status-symbolic"},
+        {StatusItem::Icon::orange, {0xFF9500}, "mindmeter-status-orange"},
+        {StatusItem::Icon::red, {0xFF3B30}, "mindmeter-status-red"},
+        {StatusItem::Icon::normal, {0x8E8E93}, "mindmeter-status-symbolic"},
+        {StatusItem::Icon::none, {}, ""},
     };
     for (const auto& state : states) {
         const int heardBefore = heard.newIcons;
         item->setIcon(state.icon);
         QTRY_COMPARE(heard.newIcons, heardBefore + 1);
-        const QVariantMap p = properties(item->serviceName(), itemInterface);
+        const QVariantMap p = properties(*item);
         const QList<QImage> images = readPixmaps(p.value("IconPixmap"));
         QCOMPARE(images.size(), SniStatusItem::pixmapSizes.size());
         for (const QImage& image : images) {
             int visible = 0;
-            QCOMPARE(opaqueColours(image, &visible), QSet<QRgb>{state.colour});
-            // The glyph: neither a dot nor a filled square.
-            QVERIFY(visible > image.width() * image.width() / 6);
-            QVERIFY(visible < image.width() * image.width() * 5 / 6);
+            QCOMPARE(opaqueColours(image, &visible), state.colours);
+            // The glyph: neither a dot nor a filled square; for none, nothing.
+            const int area = image.width() * image.height();
+            QVERIFY(state.colours.isEmpty() ? visible == 0
+                                            : visible > area / 6 && visible < area * 5 / 6);
         }
 
         // The icon file under IconName is the same shape as the bitmaps; only the normal one
         // is marked for hosts to paint in the panel's text colour.
         QCOMPARE(p.value("IconName").toString(), state.name);
+        if (state.name.isEmpty())
+            continue;
         QFile file(p.value("IconThemePath").toString() + "/hicolor/scalable/status/" + state.name +
                    ".svg");
         QVERIFY(file.open(QIODevice::ReadOnly));
@@ -296,115 +200,86 @@ void SniStatusItemTest::iconStatesDifferInColourAndNoneIsBlank() {
         QPainter painter(&rendered);
         QSvgRenderer(svg).render(&painter);
         painter.end();
-        QCOMPARE(opaqueColours(rendered), QSet<QRgb>{state.colour});
-    }
-
-    item->setIcon(StatusItem::Icon::none);
-    QTRY_COMPARE(heard.newIcons, 4);
-    const QVariantMap p = properties(item->serviceName(), itemInterface);
-    QCOMPARE(p.value("IconName").toString(), QString());
-    for (const QImage& image : readPixmaps(p.value("IconPixmap"))) {
-        int visible = 0;
-        opaqueColours(image, &visible);
-        QCOMPARE(visible, 0);
+        QCOMPARE(opaqueColours(rendered), state.colours);
     }
 }
 
 void SniStatusItemTest::hostsThatDrawTheLabel_data() {
     QTest::addColumn<QStringList>("processes");
-    QTest::addColumn<bool>("indicatorService");
     QTest::addColumn<QString>("desktop");
     QTest::addColumn<bool>("drawsLabel");
-    QTest::newRow("GNOME Shell's extension")
-        << QStringList{"gnome-shell"} << false << "KDE" << true;
-    QTest::newRow("Ayatana indicators")
-        << QStringList{"ayatana-indicat"} << false << "MATE" << true;
-    QTest::newRow("Xfce's tray") << QStringList{"panel-1-systray"} << false << "XFCE" << false;
-    QTest::newRow("Plasma") << QStringList{"kded5", "plasmashell"} << false << "KDE" << false;
-    QTest::newRow("waybar on GNOME's word") << QStringList{"waybar"} << false << "GNOME" << false;
-    QTest::newRow("nobody named, GNOME") << QStringList{} << false << "ubuntu:GNOME" << true;
+    QTest::newRow("GNOME Shell's extension") << QStringList{"gnome-shell"} << "KDE" << true;
+    QTest::newRow("Ayatana indicators") << QStringList{"ayatana-indicat"} << "MATE" << true;
+    QTest::newRow("Xfce's tray") << QStringList{"panel-1-systray"} << "XFCE" << false;
+    QTest::newRow("Plasma") << QStringList{"kded5", "plasmashell"} << "KDE" << false;
+    QTest::newRow("waybar on GNOME's word") << QStringList{"waybar"} << "GNOME" << false;
+    QTest::newRow("nobody named, GNOME") << QStringList{} << "ubuntu:GNOME" << true;
 }
 
 void SniStatusItemTest::hostsThatDrawTheLabel() {
     QFETCH(QStringList, processes);
-    QFETCH(bool, indicatorService);
     QFETCH(QString, desktop);
     QFETCH(bool, drawsLabel);
-    QCOMPARE(PanelHost::drawsLabel({processes, indicatorService, desktop}), drawsLabel);
+    QCOMPARE(PanelHost::drawsLabel({processes, false, desktop}), drawsLabel);
 }
 
-void SniStatusItemTest::menuLayoutMatchesTheItems() {
+void SniStatusItemTest::menuOverTheWire() {
     auto item = makeItem();
     QMap<QString, int> runs;
-    const QList<StatusMenuItem> items = appMenu(runs);
+    const auto entry = [&runs](const QString& title, bool enabled = true) {
+        return StatusMenuItem{title, title.left(1).toLower(), enabled, false,
+                              [&runs, title] { ++runs[title]; }};
+    };
+    const QList<StatusMenuItem> items = {entry("Mindmeter 1.4.5", false),
+                                         StatusMenuItem::separatorItem(), entry("Dashboard"),
+                                         entry("Quit")};
     item->setMenu(items);
-    const LayoutNode root = layout(*item, 0);
-    QCOMPARE(root.id, 0);
+    const auto layout = [&](uint* revision = nullptr) {
+        const QDBusMessage reply = call(*item, menuInterface, "GetLayout", {0, -1, QStringList()});
+        if (revision)
+            *revision = reply.arguments().value(0).toUInt();
+        return MenuNode::fromReply(reply);
+    };
+    uint revision = 0;
+    const MenuNode root = layout(&revision);
     QCOMPARE(root.properties.value("children-display").toString(), QStringLiteral("submenu"));
-    QCOMPARE(root.children.size(), items.size());
-    for (int i = 0; i < items.size(); ++i) {
-        const QVariantMap& p = root.children[i].properties;
-        QCOMPARE(root.children[i].id, i + 1);
-        QCOMPARE(p.value("type").toString(), items[i].separator ? "separator" : "standard");
-        QCOMPARE(p.value("label").toString(), items[i].separator ? QString() : items[i].title);
-        QCOMPARE(p.value("enabled", false).toBool(), !items[i].separator && i != 0);
-        QList<QStringList> keys;
-        if (p.contains("shortcut"))
-            p.value("shortcut").value<QDBusArgument>() >> keys;
-        QCOMPARE(keys, i == 5    ? QList<QStringList>{{"comma"}}
-                       : i == 14 ? QList<QStringList>{{"q"}}
-                                 : QList<QStringList>{});
-    }
+    QCOMPARE(root.labels(), (QStringList{"Mindmeter 1.4.5", "-", "Dashboard", "Quit"}));
     QCOMPARE(call(*item, menuInterface, "GetLayout", {99, -1, QStringList()}).type(),
              QDBusMessage::ErrorMessage);
-}
 
-void SniStatusItemTest::menuClicksRunActionsAndBadIdsAreRefused() {
-    auto item = makeItem();
-    QMap<QString, int> runs;
-    item->setMenu(appMenu(runs));
+    // Clicks run the actions; hovering, the disabled header, a separator, an unknown id and a
+    // wrong type run nothing.
     const auto event = [&](const QVariant& id, const QString& name) {
         return call(*item, menuInterface, "Event",
                     {id, name, QVariant::fromValue(QDBusVariant(0)), 0u})
             .type();
     };
-    QCOMPARE(event(5, "clicked"), QDBusMessage::ReplyMessage);
-    QTRY_COMPARE(runs.value("Dashboard"), 1);
-    // Hovering, the disabled header, a separator, an unknown id, a wrong type: nothing runs.
-    event(5, "hovered");
+    QCOMPARE(event(3, "clicked"), QDBusMessage::ReplyMessage);
+    event(3, "hovered");
     event(1, "clicked");
     event(2, "clicked");
     QCOMPARE(event(999, "clicked"), QDBusMessage::ErrorMessage);
-    QCOMPARE(event(QStringLiteral("5"), "clicked"), QDBusMessage::ErrorMessage);
+    QCOMPARE(event(QStringLiteral("3"), "clicked"), QDBusMessage::ErrorMessage);
     const QDBusMessage group =
         call(*item, menuInterface, "EventGroup",
-             {QVariant::fromValue(QList<DBusMenuEvent>{{15, "clicked", QDBusVariant(0), 0},
+             {QVariant::fromValue(QList<DBusMenuEvent>{{4, "clicked", QDBusVariant(0), 0},
                                                        {77, "clicked", QDBusVariant(0), 0}})});
     QCOMPARE(qdbus_cast<QList<int>>(group.arguments().value(0)), QList<int>{77});
     QTRY_COMPARE(runs.value("Quit"), 1);
-    QCOMPARE(runs.value("Dashboard"), 1);
-    QCOMPARE(runs.value("Mindmeter 1.4.5"), 0);
-}
+    QCOMPARE(runs, (QMap<QString, int>{{"Dashboard", 1}, {"Quit", 1}}));
 
-void SniStatusItemTest::openingTheMenuMayReplaceIt() {
-    auto item = makeItem();
-    QMap<QString, int> runs;
-    item->setMenu(appMenu(runs));
+    // Opening the menu tells the app, which may build it afresh: the host reads it again.
     SignalRecorder heard;
     QVERIFY(m_host.connect(item->serviceName(), SniStatusItem::menuPath, menuInterface,
                            "LayoutUpdated", &heard, SLOT(layoutUpdated(uint, int))));
     QSignalSpy aboutToShow(item.get(), &StatusItem::menuAboutToShow);
-    uint revision = 0;
-    layout(*item, 0, {}, &revision);
     QCOMPARE(call(*item, menuInterface, "AboutToShow", {0}).arguments().value(0), QVariant(false));
     QCOMPARE(aboutToShow.size(), 1);
-
-    // The app builds the menu afresh when it opens: the host is told to read it again.
-    const QList<StatusMenuItem> fresh = appMenu(runs).mid(4);
+    const QList<StatusMenuItem> fresh = items.mid(2);
     connect(item.get(), &StatusItem::menuAboutToShow, item.get(), [&] { item->setMenu(fresh); });
     QCOMPARE(call(*item, menuInterface, "AboutToShow", {0}).arguments().value(0), QVariant(true));
     uint newRevision = 0;
-    QCOMPARE(layout(*item, 0, {}, &newRevision).children.size(), fresh.size());
+    QCOMPARE(layout(&newRevision).children.size(), fresh.size());
     QVERIFY(newRevision > revision);
     QTRY_COMPARE(heard.layoutRevisions, QList<uint>{newRevision}); // LayoutUpdated(rev, 0)
 }
@@ -429,21 +304,6 @@ void SniStatusItemTest::watcherThatAppearsLaterOrRestartsGetsARegistration() {
     QVERIFY(m_host.registerService(SniStatusItem::watcherService));
     QTRY_COMPARE(m_watcher->registrations.size(), 2);
     QTRY_VERIFY(item->isVisible());
-}
-
-void SniStatusItemTest::factoryChoosesByWhatIsOnTheBus() {
-    QString why;
-    auto item = createStatusItem(m_bus.connect(), m_glyph, &why);
-    QVERIFY2(dynamic_cast<SniStatusItem*>(item.get()), qPrintable(why));
-    QTRY_COMPARE(m_watcher->registrations.size(), 1);
-
-    // No watcher, and no system tray on the offscreen display: no item, and the reason.
-    QVERIFY(m_host.unregisterService(SniStatusItem::watcherService));
-    QVERIFY(!createStatusItem(m_bus.connect(), m_glyph, &why));
-    QVERIFY2(why.contains("no org.kde.StatusNotifierWatcher") && why.contains("system tray"),
-             qPrintable(why));
-    QVERIFY(!createStatusItem(m_bus.connectNowhere(), m_glyph, &why));
-    QVERIFY2(why.startsWith("no session bus"), qPrintable(why));
 }
 
 QTEST_MAIN(SniStatusItemTest)
