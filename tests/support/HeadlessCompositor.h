@@ -41,10 +41,10 @@ public:
 
     // The environment of a client of this compositor: no X11 display.
     virtual QProcessEnvironment clientEnvironment(QProcessEnvironment env) const {
-        env.remove(QStringLiteral("DISPLAY"));
-        env.insert(QStringLiteral("XDG_RUNTIME_DIR"), m_runtime.path());
-        env.insert(QStringLiteral("WAYLAND_DISPLAY"), m_display);
-        env.insert(QStringLiteral("XDG_SESSION_TYPE"), QStringLiteral("wayland"));
+        env.remove("DISPLAY");
+        env.insert("XDG_RUNTIME_DIR", m_runtime.path());
+        env.insert("WAYLAND_DISPLAY", m_display);
+        env.insert("XDG_SESSION_TYPE", "wayland");
         return env;
     }
     QProcessEnvironment clientEnvironment() const {
@@ -74,8 +74,7 @@ protected:
         t.start();
         while (t.elapsed() < 30000 && m_server->state() == QProcess::Running) {
             const QStringList sockets =
-                QDir(m_runtime.path())
-                    .entryList({QStringLiteral("wayland-*")}, QDir::System | QDir::Files);
+                QDir(m_runtime.path()).entryList({"wayland-*"}, QDir::System | QDir::Files);
             for (const QString& s : sockets)
                 if (!s.endsWith(QLatin1String(".lock"))) {
                     m_display = s;

@@ -28,53 +28,48 @@ public:
     QString start() override {
         if (const QString failed = m_bus.start(); !failed.isEmpty())
             return failed;
-        const QString bin = m_runtime.filePath(QStringLiteral("bin"));
+        const QString bin = m_runtime.filePath("bin");
         QDir().mkpath(bin);
-        const QString kwin = bin + QStringLiteral("/kwin_wayland");
-        if (!QFile::copy(QStringLiteral("/usr/bin/kwin_wayland"), kwin))
-            return QStringLiteral("KWin is needed (Debian package kwin-wayland)");
+        const QString kwin = bin + "/kwin_wayland";
+        if (!QFile::copy("/usr/bin/kwin_wayland", kwin))
+            return "KWin is needed (Debian package kwin-wayland)";
         QProcessEnvironment env;
-        env.insert(QStringLiteral("PATH"), qEnvironmentVariable("PATH"));
-        env.insert(QStringLiteral("HOME"), m_runtime.path());
-        env.insert(QStringLiteral("XDG_CONFIG_HOME"), m_runtime.filePath(QStringLiteral("config")));
-        env.insert(QStringLiteral("XDG_RUNTIME_DIR"), m_runtime.path());
-        env.insert(QStringLiteral("DBUS_SESSION_BUS_ADDRESS"), m_bus.address());
+        env.insert("PATH", qEnvironmentVariable("PATH"));
+        env.insert("HOME", m_runtime.path());
+        env.insert("XDG_CONFIG_HOME", m_runtime.filePath("config"));
+        env.insert("XDG_RUNTIME_DIR", m_runtime.path());
+        env.insert("DBUS_SESSION_BUS_ADDRESS", m_bus.address());
         if (!launch(kwin,
-                    {QStringLiteral("--virtual"), QStringLiteral("--no-lockscreen"),
-                     QStringLiteral("--no-global-shortcuts"), QStringLiteral("--socket"),
-                     QStringLiteral("wayland-mindmeter")},
+                    {"--virtual", "--no-lockscreen", "--no-global-shortcuts", "--socket",
+                     "wayland-mindmeter"},
                     env, getuid()))
-            return QStringLiteral("kwin_wayland did not start: ") + log();
+            return "kwin_wayland did not start: " + log();
         m_connection = m_bus.connect();
         if (!eventually([&] {
-                return m_connection.interface()
-                    ->isServiceRegistered(QStringLiteral("org.kde.KWin"))
-                    .value();
+                return m_connection.interface()->isServiceRegistered("org.kde.KWin").value();
             }))
-            return QStringLiteral("KWin did not appear on the session bus: ") + log();
+            return "KWin did not appear on the session bus: " + log();
         return {};
     }
 
     QProcessEnvironment clientEnvironment(QProcessEnvironment env) const override {
         env = HeadlessCompositor::clientEnvironment(env);
-        env.insert(QStringLiteral("DBUS_SESSION_BUS_ADDRESS"), m_bus.address());
+        env.insert("DBUS_SESSION_BUS_ADDRESS", m_bus.address());
         return env;
     }
 
     bool openWindow(const QString& appId) override {
         // weston's clients announce org.freedesktop.weston.<name>.
-        QString program = QStringLiteral("weston-") + appId.section(u'.', -1);
-        program.replace(QStringLiteral("weston-wayland-terminal"),
-                        QStringLiteral("weston-terminal"));
+        QString program = "weston-" + appId.section(u'.', -1);
+        program.replace("weston-wayland-terminal", "weston-terminal");
         spawn(program, {}, HeadlessCompositor::clientEnvironment());
-        return runScript(QStringLiteral("find"), appId, QStringLiteral("void 0"));
+        return runScript("find", appId, "void 0");
     }
 
     bool focus(const QString& appId) override {
-        return runScript(
-            QStringLiteral("focus"), appId,
-            QStringLiteral("if (workspace.activeWindow !== undefined) "
-                           "workspace.activeWindow = w; else workspace.activeClient = w;"));
+        return runScript("focus", appId,
+                         QString("if (workspace.activeWindow !== undefined) "
+                                 "workspace.activeWindow = w; else workspace.activeClient = w;"));
     }
 
     bool userInput() override {
@@ -121,23 +116,23 @@ private:
     // Runs a KWin script with `w` bound to the first window of that app_id, again until
     // KWin says (in its log) that it found one.
     bool runScript(const QString& name, const QString& appId, const QString& body) {
-        QFile script(m_runtime.filePath(name + QStringLiteral(".js")));
-        const QString marker = QStringLiteral("mindmeter-test %1 %2").arg(name).arg(++m_serial);
+        QFile script(m_runtime.filePath(name + ".js"));
+        const QString marker = QString("mindmeter-test %1 %2").arg(name).arg(++m_serial);
         if (!script.open(QIODevice::WriteOnly))
             return false;
-        script.write(QStringLiteral("const list = workspace.windowList ? workspace.windowList() : "
-                                    "workspace.clientList();\n"
-                                    "for (let i = 0; i < list.length; ++i) {\n"
-                                    "  const w = list[i];\n"
-                                    "  if (w.resourceClass == '%1') { %2; print('%3'); break; }\n"
-                                    "}\n")
+        script.write(QString("const list = workspace.windowList ? workspace.windowList() : "
+                             "workspace.clientList();\n"
+                             "for (let i = 0; i < list.length; ++i) {\n"
+                             "  const w = list[i];\n"
+                             "  if (w.resourceClass == '%1') { %2; print('%3'); break; }\n"
+                             "}\n")
                          .arg(appId, body, marker)
                          .toUtf8());
         script.close();
         return eventually([&] {
-            call(QStringLiteral("unloadScript"), {name});
-            call(QStringLiteral("loadScript"), {script.fileName(), name});
-            call(QStringLiteral("start"), {});
+            call("unloadScript", {name});
+            call("loadScript", {script.fileName(), name});
+            call("start", {});
             QElapsedTimer t;
             t.start();
             while (!m_serverLog.contains(marker.toUtf8()) && t.elapsed() < 500)
@@ -147,9 +142,8 @@ private:
     }
 
     QDBusMessage call(const QString& method, const QVariantList& args) {
-        QDBusMessage m = QDBusMessage::createMethodCall(
-            QStringLiteral("org.kde.KWin"), QStringLiteral("/Scripting"),
-            QStringLiteral("org.kde.kwin.Scripting"), method);
+        QDBusMessage m = QDBusMessage::createMethodCall("org.kde.KWin", "/Scripting",
+                                                        "org.kde.kwin.Scripting", method);
         m.setArguments(args);
         return m_connection.call(m, QDBus::Block, 10000);
     }

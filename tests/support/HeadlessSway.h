@@ -16,73 +16,59 @@ public:
     QString start() override {
         const bool root = getuid() == 0;
         const uid_t uid = root ? 65534 : getuid();
-        QFile config(m_runtime.filePath(QStringLiteral("sway.conf")));
+        QFile config(m_runtime.filePath("sway.conf"));
         if (!config.open(QIODevice::WriteOnly))
-            return QStringLiteral("cannot write sway's configuration");
+            return "cannot write sway's configuration";
         config.write("xwayland disable\noutput HEADLESS-1 resolution 1280x800\n"
                      "focus_on_window_activation focus\n");
         config.close();
         ::chown(qPrintable(config.fileName()), uid, uid);
 
         QProcessEnvironment env;
-        env.insert(QStringLiteral("PATH"), qEnvironmentVariable("PATH"));
-        env.insert(QStringLiteral("HOME"), m_runtime.path());
-        env.insert(QStringLiteral("XDG_RUNTIME_DIR"), m_runtime.path());
-        env.insert(QStringLiteral("WLR_BACKENDS"), QStringLiteral("headless"));
-        env.insert(QStringLiteral("WLR_LIBINPUT_NO_DEVICES"), QStringLiteral("1"));
-        env.insert(QStringLiteral("WLR_RENDERER"), QStringLiteral("pixman"));
-        QStringList command = {QStringLiteral("sway"), QStringLiteral("-c"), config.fileName()};
+        env.insert("PATH", qEnvironmentVariable("PATH"));
+        env.insert("HOME", m_runtime.path());
+        env.insert("XDG_RUNTIME_DIR", m_runtime.path());
+        env.insert("WLR_BACKENDS", "headless");
+        env.insert("WLR_LIBINPUT_NO_DEVICES", "1");
+        env.insert("WLR_RENDERER", "pixman");
+        QStringList command = {"sway", "-c", config.fileName()};
         if (root)
-            command = QStringList{QStringLiteral("--reuid=65534"), QStringLiteral("--regid=65534"),
-                                  QStringLiteral("--clear-groups")} +
-                      command;
-        if (!launch(root ? QStringLiteral("setpriv") : command.takeFirst(), command, env, uid))
-            return QStringLiteral("sway did not start (Debian packages sway, util-linux): ") +
-                   log();
-        const QStringList ipc =
-            QDir(m_runtime.path()).entryList({QStringLiteral("sway-ipc.*")}, QDir::System);
-        if (ipc.isEmpty() && !eventually([&] {
-                return !QDir(m_runtime.path())
-                            .entryList({QStringLiteral("sway-ipc.*")}, QDir::System)
-                            .isEmpty();
-            }))
-            return QStringLiteral("sway opened no IPC socket");
-        m_ipc = m_runtime.filePath(
-            QDir(m_runtime.path()).entryList({QStringLiteral("sway-ipc.*")}, QDir::System).first());
+            command = QStringList{"--reuid=65534", "--regid=65534", "--clear-groups"} + command;
+        if (!launch(root ? "setpriv" : command.takeFirst(), command, env, uid))
+            return "sway did not start (Debian packages sway, util-linux): " + log();
+        const auto ipc = [&] {
+            return QDir(m_runtime.path()).entryList({"sway-ipc.*"}, QDir::System);
+        };
+        if (!eventually([&] { return !ipc().isEmpty(); }))
+            return "sway opened no IPC socket";
+        m_ipc = m_runtime.filePath(ipc().first());
         return {};
     }
 
     bool openWindow(const QString& appId) override {
-        spawn(QStringLiteral("foot"), {QStringLiteral("--app-id=") + appId}, clientEnvironment());
+        spawn("foot", {"--app-id=" + appId}, clientEnvironment());
         return eventually([&] { return focusedAppId() == appId; });
     }
 
     bool focus(const QString& appId) override {
-        return swaymsg({QStringLiteral("[app_id=\"%1\"] focus").arg(appId)}) &&
+        return run("swaymsg", {"-s", m_ipc, QString("[app_id=\"%1\"] focus").arg(appId)},
+                   clientEnvironment()) &&
                eventually([&] { return focusedAppId() == appId; });
     }
 
-    bool userInput() override {
-        return run(QStringLiteral("wtype"), {QStringLiteral("-k"), QStringLiteral("Shift_L")},
-                   clientEnvironment());
-    }
+    bool userInput() override { return run("wtype", {"-k", "Shift_L"}, clientEnvironment()); }
 
-    bool swaymsg(const QStringList& args) {
-        return run(QStringLiteral("swaymsg"), QStringList{QStringLiteral("-s"), m_ipc} + args,
-                   clientEnvironment());
-    }
-
+private:
     // The app_id of the focused window, empty when none.
     QString focusedAppId() {
         QProcess p;
-        p.start(QStringLiteral("swaymsg"),
-                {QStringLiteral("-s"), m_ipc, QStringLiteral("-t"), QStringLiteral("get_tree")});
+        p.start("swaymsg", {"-s", m_ipc, "-t", "get_tree"});
         if (!p.waitForFinished(10000))
             return {};
         QString found;
         std::function<void(const QJsonObject&)> walk = [&](const QJsonObject& node) {
-            if (node[QStringLiteral("focused")].toBool())
-                found = node[QStringLiteral("app_id")].toString();
+            if (node["focused"].toBool())
+                found = node["app_id"].toString();
             for (const char* key : {"nodes", "floating_nodes"})
                 for (const QJsonValue& child : node[QLatin1String(key)].toArray())
                     walk(child.toObject());
@@ -91,6 +77,5 @@ public:
         return found;
     }
 
-private:
     QString m_ipc;
 };

@@ -1,13 +1,18 @@
 #pragma once
 
-#include <QByteArray>
+#include "RunProcess.h"
+
+#include "model/SessionCodec.h"
+
+#include <QDateTime>
 #include <QDir>
 #include <QElapsedTimer>
 #include <QFile>
 #include <QProcess>
-#include <QString>
 
 #include <functional>
+
+#include <signal.h>
 
 // `mindmeter track`, or the tray app, as a child process, over a data folder, a home folder
 // and a runtime folder of the test's own, with a short tick. Run on the test's private X
@@ -19,16 +24,16 @@ public:
         : m_executable(executable)
         , m_root(root) {}
 
-    QString dataFolder() const { return m_root + QStringLiteral("/data/mindmeter"); }
-    QString databasePath() const { return dataFolder() + QStringLiteral("/mindmeter.sqlite3"); }
+    QString dataFolder() const { return m_root + "/data/mindmeter"; }
+    QString databasePath() const { return dataFolder() + "/mindmeter.sqlite3"; }
 
     QProcessEnvironment environment() const {
         QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
-        env.insert(QStringLiteral("XDG_DATA_HOME"), m_root + QStringLiteral("/data"));
+        env.insert("XDG_DATA_HOME", m_root + "/data");
         // Application identities come from the built-in alias table alone.
-        env.insert(QStringLiteral("XDG_DATA_DIRS"), m_root + QStringLiteral("/no-entries"));
-        env.insert(QStringLiteral("HOME"), m_root + QStringLiteral("/home"));
-        env.insert(QStringLiteral("TZ"), QStringLiteral("UTC"));
+        env.insert("XDG_DATA_DIRS", m_root + "/no-entries");
+        env.insert("HOME", m_root + "/home");
+        env.insert("TZ", "UTC");
         return env;
     }
 
@@ -41,9 +46,9 @@ public:
     enum class Program { track, tray };
 
     void start(int tickMs, Program program = Program::track) {
-        QDir().mkpath(m_root + QStringLiteral("/home"));
+        QDir().mkpath(m_root + "/home");
         m_process = std::make_unique<QProcess>();
-        QProcessEnvironment env = m_env.isEmpty() ? environment() : m_env;
+        QProcessEnvironment env = childEnvironment();
         if (program == Program::tray) {
             QDir(m_root).mkdir("run", QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
             env.insert("XDG_RUNTIME_DIR", m_root + "/run");
@@ -61,8 +66,8 @@ public:
                              : QStringList{"track", "--tick-ms", QString::number(tickMs)});
     }
 
-    // Waits until the tracker says it is tracking; false if it ends or takes over 30 s.
-    // A sanitizer build on a busy machine can take long to start; only a hang should fail.
+    // Waits until the tracker says it is tracking; false if it ends first. A sanitizer build
+    // on a busy machine can take long to start; only a hang should fail.
     bool waitUntilTracking(int timeoutMs = 120000) {
         return waitForMessage("mindmeter: tracking", timeoutMs);
     }
@@ -86,10 +91,35 @@ public:
         return m_said;
     }
 
+    // Ends the process with `signal`; true when it then exits cleanly.
+    bool stop(int signal = SIGTERM) {
+        ::kill(pid_t(pid()), signal);
+        return m_process->waitForFinished(10000) &&
+               m_process->exitStatus() == QProcess::NormalExit && m_process->exitCode() == 0;
+    }
+
+    // Runs the executable with `args` in the tracker's environment: stdout and stderr.
+    QByteArray run(const QStringList& args, int* exitCode = nullptr) const {
+        const ProcessResult r = runProcess(m_executable, args, childEnvironment());
+        if (exitCode)
+            *exitCode = r.exitCode;
+        return r.out + r.err;
+    }
+
+    // Today's stored sessions, as `defaults read` gives them.
+    QList<ActivitySession> sessions() const {
+        const QString day = QDateTime::currentDateTimeUtc().date().toString(Qt::ISODate);
+        const QStringList args = {"defaults", "read", "mindmeter.sessions." + day};
+        return SessionCodec::decodeDay(runProcess(m_executable, args, childEnvironment()).out)
+            .value_or(QList<ActivitySession>{});
+    }
+
     qint64 pid() const { return m_process ? m_process->processId() : 0; }
     QProcess& process() { return *m_process; }
 
 private:
+    QProcessEnvironment childEnvironment() const { return m_env.isEmpty() ? environment() : m_env; }
+
     QString m_executable;
     QString m_root;
     std::function<void()> m_setup;

@@ -19,29 +19,25 @@ public:
     // An xterm whose WM_CLASS is (instance, className); returns its window id, 0 on failure.
     quint32 openTerminal(const QString& instance, const QString& className) {
         auto p = std::make_unique<QProcess>();
-        p->start(QStringLiteral("xterm"),
-                 {QStringLiteral("-name"), instance, QStringLiteral("-class"), className,
-                  QStringLiteral("-e"), QStringLiteral("sleep"), QStringLiteral("600")});
+        p->start("xterm", {"-name", instance, "-class", className, "-e", "sleep", "600"});
         if (!p->waitForStarted())
             return 0;
         m_processes.push_back(std::move(p));
         const QString out =
-            xdotool({QStringLiteral("search"), QStringLiteral("--sync"),
-                     QStringLiteral("--classname"), QStringLiteral("^%1$").arg(instance)});
+            xdotool({"search", "--sync", "--classname", QString("^%1$").arg(instance)});
         return out.split(u'\n', Qt::SkipEmptyParts).value(0).toUInt();
     }
 
     static void activate(quint32 window) {
-        xdotool(
-            {QStringLiteral("windowactivate"), QStringLiteral("--sync"), QString::number(window)});
+        xdotool({"windowactivate", "--sync", QString::number(window)});
     }
     static void moveMouse(int x, int y) {
-        xdotool({QStringLiteral("mousemove"), QString::number(x), QString::number(y)});
+        xdotool({"mousemove", QString::number(x), QString::number(y)});
     }
 
     static QString xdotool(const QStringList& args) {
         QProcess p;
-        p.start(QStringLiteral("xdotool"), args);
+        p.start("xdotool", args);
         p.waitForFinished(20000);
         return QString::fromUtf8(p.readAllStandardOutput());
     }

@@ -1,8 +1,11 @@
 #!/usr/bin/python3
 # For tests: one GTK window whose application (and so its Wayland app_id) is argv[1].
+import os
 import sys
 
 import gi
+
+os.environ["GDK_BACKEND"] = "wayland"
 
 gi.require_version("Gtk", "3.0")
 from gi.repository import GLib, Gtk  # noqa: E402

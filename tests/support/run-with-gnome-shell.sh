@@ -10,12 +10,7 @@ set -uo pipefail
 
 if [ "${1:-}" != --inside ]; then
     work=$(mktemp -d)
-    cleanup() {
-        [ -n "${system_bus:-}" ] && kill "$system_bus" 2>/dev/null
-        wait 2>/dev/null
-        rm -rf "$work"
-    }
-    trap cleanup EXIT
+    trap '[ -n "${system_bus:-}" ] && kill "$system_bus" 2>/dev/null; wait 2>/dev/null; rm -rf "$work"' EXIT
     mkdir -p "$work/home" "$work/data/gnome-shell/extensions" "$work/config" "$work/runtime"
     chmod 700 "$work/runtime"
     # The shell aborts without a system bus: a stand-in of its own, where nothing answers.
@@ -57,20 +52,15 @@ gnome-shell --wayland --headless --no-x11 --virtual-monitor 1280x720 \
     --wayland-display "$WAYLAND_DISPLAY" >"$log" 2>&1 &
 shell=$!
 trap 'kill $shell 2>/dev/null; wait $shell 2>/dev/null' EXIT
-# Ready once the shell has finished starting and answers on its bus; a busy machine may
-# take a while.
-ready=
+# Ready once the shell answers on its bus and listens; a busy machine may take a while.
 for _ in $(seq 1200); do
-    if gdbus call --session -d org.gnome.Shell -o /org/gnome/Shell \
+    gdbus call --session -d org.gnome.Shell -o /org/gnome/Shell \
         -m org.freedesktop.DBus.Properties.Get org.gnome.Shell ShellVersion >/dev/null 2>&1 &&
-        [ -S "$XDG_RUNTIME_DIR/$WAYLAND_DISPLAY" ]; then
-        ready=1
-        break
-    fi
+        [ -S "$XDG_RUNTIME_DIR/$WAYLAND_DISPLAY" ] && ready=1 && break
     kill -0 $shell 2>/dev/null || break
     sleep 0.1
 done
-if [ -z "$ready" ]; then
+if [ -z "${ready:-}" ]; then
     echo "run-with-gnome-shell: GNOME Shell did not start" >&2
     cat "$log" >&2
     exit 1

@@ -4,13 +4,7 @@
 set -uo pipefail
 
 work=$(mktemp -d)
-cleanup() {
-    [ -n "${wm:-}" ] && kill "$wm" 2>/dev/null
-    [ -n "${xvfb:-}" ] && kill "$xvfb" 2>/dev/null
-    wait 2>/dev/null
-    rm -rf "$work"
-}
-trap cleanup EXIT
+trap 'kill ${wm:-} ${xvfb:-} 2>/dev/null; wait 2>/dev/null; rm -rf "$work"' EXIT
 
 # -displayfd picks a free display number and writes it once the server accepts clients.
 Xvfb -displayfd 3 -screen 0 1280x800x24 -nolisten tcp 3>"$work/display" 2>"$work/xvfb.log" &
@@ -31,12 +25,11 @@ openbox --sm-disable >"$work/openbox.log" 2>&1 &
 wm=$!
 # The window manager is ready once it announces itself on the root window. On a busy
 # machine that can take several seconds; without it no test can see an active window.
-ready=
 for _ in $(seq 300); do
     xprop -root _NET_SUPPORTING_WM_CHECK 2>/dev/null | grep -q 'window id' && ready=1 && break
     sleep 0.1
 done
-if [ -z "$ready" ]; then
+if [ -z "${ready:-}" ]; then
     echo "run-with-xvfb: the window manager did not start" >&2
     cat "$work/openbox.log" >&2
     exit 1
