@@ -7,7 +7,7 @@
 // A clock that stands still until a test moves it. Safe to read from worker threads.
 //
 // Moving it (set, advanceSeconds) lets time pass: the wall clock and the elapsed-time clock
-// move together. Jumping it (jump, jumpSeconds) changes the wall clock alone, as setting the
+// move together. Jumping it (jumpSeconds) changes the wall clock alone, as setting the
 // clock by hand or a time server's correction does.
 class FakeClock final : public Clock {
 public:
@@ -26,7 +26,6 @@ public:
         m_ms.fetch_add(s * 1000);
         m_elapsedMs.fetch_add(s * 1000);
     }
-    void jump(const QDateTime& t) { m_ms.store(t.toMSecsSinceEpoch()); }
     void jumpSeconds(qint64 s) { m_ms.fetch_add(s * 1000); }
 
 private:

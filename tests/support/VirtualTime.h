@@ -50,9 +50,6 @@ public:
         }
     }
 
-    // Someone sets the wall clock; no time passes.
-    void jumpSeconds(qint64 seconds) { m_clock.jumpSeconds(seconds); }
-
     qint64 midnightFirings() const { return m_firings; }
 
 private:

@@ -1,31 +1,142 @@
+// The model's rules: categories and the user's rules, weighting, the stored day's form, and
+// the typed settings.
+
 #include "model/ActivitySession.h"
 #include "model/AppCategory.h"
+#include "model/AppPreferences.h"
 #include "model/CategoryRules.h"
-#include "model/Format.h"
+#include "model/OnboardingNote.h"
 #include "model/SessionCodec.h"
+#include "store/SqliteDefaults.h"
 
 #include <QTest>
 
-#include <set>
+#include <limits>
 
-class TokenModelTest : public QObject {
+class ModelTest : public QObject {
     Q_OBJECT
 private slots:
+    void init();
+    void integerSettingsFallBackBelowOne();
+    void onboardingNoteNamesWhatTheSessionNeeds();
+    void conversions_data();
+    void conversions();
     void lookup_data();
     void lookup();
     void userRules_data();
     void userRules();
-    void everyPrefixFindsItsOwnCategory();
     void weightingTruncates();
-    void formatK_data();
-    void formatK();
     void jsonRoundTrip();
     void encoderWritesThePlatformForm();
     void rejectsMalformedDays_data();
     void rejectsMalformedDays();
+
+private:
+    std::unique_ptr<SqliteDefaults> m_db;
 };
 
-void TokenModelTest::lookup_data() {
+void ModelTest::init() {
+    m_db = SqliteDefaults::open(":memory:");
+    QVERIFY(m_db);
+}
+
+void ModelTest::integerSettingsFallBackBelowOne() {
+    struct Case {
+        const QString& key;
+        qint64 (*getter)(const Defaults&);
+        qint64 fallback;
+    };
+    const Case cases[] = {
+        {AppPreferences::dailyTokenBaseline, &AppPreferences::dailyBaseline, 25000},
+        {AppPreferences::proAlertThreshold, &AppPreferences::alertThreshold, 80},
+        {AppPreferences::proTempAlertThreshold, &AppPreferences::tempAlertThreshold, 85},
+        {AppPreferences::proTempAlertMinutes, &AppPreferences::tempAlertMinutes, 20},
+        {AppPreferences::proDailyGoal, &AppPreferences::dailyGoal, 20000},
+    };
+    for (const Case& c : cases) {
+        for (qint64 stored : {qint64(-1), qint64(0), std::numeric_limits<qint64>::min()}) {
+            m_db->setInteger(c.key, stored);
+            QCOMPARE(c.getter(*m_db), c.fallback);
+        }
+        m_db->setInteger(c.key, 1);
+        QCOMPARE(c.getter(*m_db), qint64(1));
+        m_db->setInteger(c.key, 1'000'000'000'000); // no upper bound
+        QCOMPARE(c.getter(*m_db), qint64(1'000'000'000'000));
+    }
+    m_db->remove(AppPreferences::proDailyGoal);
+    QCOMPARE(AppPreferences::dailyGoal(*m_db), qint64(20000)); // unset
+    QCOMPARE(m_db->keys().size(), 4);                          // reading registers nothing
+    // The idle time-out, in seconds, falls back to three minutes the same way.
+    for (const auto& [minutes, seconds] : {std::pair{1ll, 60.0}, {0ll, 180.0}, {-5ll, 180.0}}) {
+        m_db->setInteger(AppPreferences::idleTimeoutMinutes, minutes);
+        QCOMPARE(AppPreferences::idleTimeout(*m_db), seconds);
+    }
+}
+
+// Only GNOME under Wayland needs something (the shell extension); the title agrees.
+void ModelTest::onboardingNoteNamesWhatTheSessionNeeds() {
+    for (const auto& [type, desktop, extension] : {std::tuple{"wayland", "ubuntu:GNOME", true},
+                                                   {"x11", "GNOME", false},
+                                                   {"wayland", "KDE", false},
+                                                   {"", "", false}}) {
+        const auto text = OnboardingNote::forSession(type, desktop);
+        QCOMPARE(text.description.contains("gnome-extensions enable mindmeter@mindmeter.app"),
+                 extension);
+        QCOMPARE(text.title.startsWith("No "), !extension);
+    }
+}
+
+void ModelTest::conversions_data() {
+    QTest::addColumn<QVariant>("stored"); // invalid: nothing stored
+    QTest::addColumn<qint64>("integer");
+    QTest::addColumn<double>("real");
+    QTest::addColumn<bool>("boolean");
+    QTest::addColumn<QVariant>("string"); // invalid: reads as no string
+    const qint64 max = std::numeric_limits<qint64>::max();
+    const auto text = [](const char* t) { return QVariant(QString::fromUtf8(t)); };
+    QTest::newRow("integer") << QVariant(qint64(42)) << 42ll << 42.0 << true << text("42");
+    QTest::newRow("real truncated toward zero")
+        << QVariant(-3.99) << -3ll << -3.99 << true << text("-3.99");
+    QTest::newRow("real saturates") << QVariant(1e300) << max << 1e300 << true << text("1e+300");
+    QTest::newRow("real zero") << QVariant(0.0) << 0ll << 0.0 << false << text("0");
+    QTest::newRow("bool") << QVariant(true) << 1ll << 1.0 << true << text("1");
+    // Data never reads as a number or a string.
+    QTest::newRow("data") << QVariant(QByteArray("12")) << 0ll << 0.0 << false << QVariant();
+    QTest::newRow("absent") << QVariant() << 0ll << 0.0 << false << QVariant();
+    QTest::newRow("number") << text("30000") << 30000ll << 30000.0 << true << text("30000");
+    QTest::newRow("spaces and sign") << text("  -12") << -12ll << -12.0 << true << text("  -12");
+    QTest::newRow("trailing text") << text("12abc") << 12ll << 12.0 << true << text("12abc");
+    QTest::newRow("fraction") << text("2.75") << 2ll << 2.75 << true << text("2.75");
+    QTest::newRow("exponent") << text("1.5e3") << 1ll << 1500.0 << true << text("1.5e3");
+    QTest::newRow("leading dot") << text(".5") << 0ll << 0.5 << false << text(".5");
+    QTest::newRow("zeros then digit") << text("007") << 7ll << 7.0 << true << text("007");
+    QTest::newRow("word yes") << text("YES") << 0ll << 0.0 << true << text("YES");
+    QTest::newRow("word true") << text("true") << 0ll << 0.0 << true << text("true");
+    QTest::newRow("word no") << text("no") << 0ll << 0.0 << false << text("no");
+    QTest::newRow("empty") << text("") << 0ll << 0.0 << false << text("");
+    QTest::newRow("overflow") << text("99999999999999999999") << max << 1e20 << true
+                              << text("99999999999999999999");
+    QTest::newRow("comma is not a point") << text("2,5") << 2ll << 2.0 << true << text("2,5");
+}
+
+void ModelTest::conversions() {
+    QFETCH(QVariant, stored);
+    QFETCH(qint64, integer);
+    QFETCH(double, real);
+    QFETCH(bool, boolean);
+    QFETCH(QVariant, string);
+    if (stored.isValid())
+        QVERIFY(m_db->setValue("k", stored));
+    QCOMPARE(m_db->integer("k"), integer);
+    QCOMPARE(m_db->real("k"), real);
+    QCOMPARE(m_db->boolean("k"), boolean);
+    QCOMPARE(m_db->string("k"), string.isValid() ? std::optional(string.toString()) : std::nullopt);
+    QCOMPARE(m_db->data("k"), stored.typeId() == QMetaType::QByteArray
+                                  ? std::optional(stored.toByteArray())
+                                  : std::nullopt);
+}
+
+void ModelTest::lookup_data() {
     QTest::addColumn<QString>("id");
     QTest::addColumn<QString>("name");
     // The row's tag is the identifier looked up ("-" for none).
@@ -43,41 +154,35 @@ void TokenModelTest::lookup_data() {
         QTest::newRow(*id ? id : "-") << QString(id) << QString(name);
 }
 
-void TokenModelTest::lookup() {
+void ModelTest::lookup() {
     QFETCH(QString, id);
     QFETCH(QString, name);
     QCOMPARE(category(id).displayName, name);
 }
 
-void TokenModelTest::userRules_data() {
+void ModelTest::userRules_data() {
     QTest::addColumn<QByteArray>("rules");
     QTest::addColumn<QString>("id");
     QTest::addColumn<QString>("name");
     QTest::addColumn<qint64>("customRate"); // for a rule of a type and a rate of its own
+    const auto row = [](const char* tag, const QByteArray& rules, const char* id, const char* name,
+                        qint64 rate = 0) {
+        QTest::newRow(tag) << rules << QString(id) << QString(name) << rate;
+    };
     const QByteArray kate = R"([{"app": "org.kde", "category": "Email"},
                                 {"app": "ORG.KDE.kate", "category": "writing"}])";
-    QTest::newRow("no rules") << QByteArray("[]") << "com.apple.Safari"
-                              << "Browser" << 0ll;
-    QTest::newRow("rule over the registry")
-        << QByteArray(R"([{"app": "com.apple.Safari", "category": "Reading"}])")
-        << "com.apple.Safari.x"
-        << "Reading" << 0ll;
-    QTest::newRow("short rule over a long registry prefix")
-        << QByteArray(R"([{"app": "com", "category": "Podcast"}])") << "com.openai.chat"
-        << "Podcast" << 0ll;
-    QTest::newRow("longest rule, any case") << kate << "org.kde.Kate"
-                                            << "Writing" << 0ll;
-    QTest::newRow("shorter rule") << kate << "org.kde.dolphin"
-                                  << "Email" << 0ll;
-    QTest::newRow("no rule matches") << kate << "org.gnome.gedit"
-                                     << "Other" << 0ll;
-    QTest::newRow("type and rate")
-        << QByteArray(R"([{"app": "org.example.ide", "type": "reasoning", "rate": 1000}])")
-        << "org.example.ide"
-        << "Custom" << 1000ll;
-    QTest::newRow("a site rule is not an application rule")
-        << QByteArray(R"([{"site": "org.kde.kate", "category": "Writing"}])") << "org.kde.kate"
-        << "Other" << 0ll;
+    row("no rules", "[]", "com.apple.Safari", "Browser");
+    row("rule over the registry", R"([{"app": "com.apple.Safari", "category": "Reading"}])",
+        "com.apple.Safari.x", "Reading");
+    row("short rule over a long registry prefix", R"([{"app": "com", "category": "Podcast"}])",
+        "com.openai.chat", "Podcast");
+    row("longest rule, any case", kate, "org.kde.Kate", "Writing");
+    row("shorter rule", kate, "org.kde.dolphin", "Email");
+    row("no rule matches", kate, "org.gnome.gedit", "Other");
+    row("type and rate", R"([{"app": "org.example.ide", "type": "reasoning", "rate": 1000}])",
+        "org.example.ide", "Custom", 1000);
+    row("a site rule is not an application rule",
+        R"([{"site": "org.kde.kate", "category": "Writing"}])", "org.kde.kate", "Other");
     // Any entry that is not valid voids the whole list: the registry applies.
     const char* const unreadable[] = {
         "not json",
@@ -92,11 +197,10 @@ void TokenModelTest::userRules_data() {
         R"([{"app": "org.kde.kate"}])",
     };
     for (const char* json : unreadable)
-        QTest::newRow(json) << QByteArray(json) << "org.kde.kate"
-                            << "unreadable" << 0ll;
+        row(json, json, "org.kde.kate", "unreadable");
 }
 
-void TokenModelTest::userRules() {
+void ModelTest::userRules() {
     QFETCH(QByteArray, rules);
     QFETCH(QString, id);
     QFETCH(QString, name);
@@ -115,26 +219,7 @@ void TokenModelTest::userRules() {
                                                       : customRate);
 }
 
-void TokenModelTest::everyPrefixFindsItsOwnCategory() {
-    // Each prefix, looked up as an identifier, must land in its own category unless a longer
-    // prefix of another category also matches it. This catches a lost or misfiled prefix.
-    std::set<QString> seen;
-    for (const AppCategory& c : appCategoryRegistry()) {
-        for (const QString& prefix : c.bundleIDPrefixes) {
-            QVERIFY2(seen.insert(prefix.toLower()).second, qPrintable("duplicate " + prefix));
-            const AppCategory found = category(prefix + ".x");
-            bool shadowed = false;
-            for (const AppCategory& other : appCategoryRegistry())
-                for (const QString& p : other.bundleIDPrefixes)
-                    shadowed |= p.size() > prefix.size() &&
-                                (prefix + ".x").toLower().startsWith(p.toLower());
-            if (!shadowed)
-                QCOMPARE(found.displayName, c.displayName);
-        }
-    }
-}
-
-void TokenModelTest::weightingTruncates() {
+void ModelTest::weightingTruncates() {
     QCOMPARE(ActivitySession::weighted(-3, TokenType::ai), std::optional<qint64>(-7)); // not -8
     // The edges of the 64-bit range: representable products pass, larger ones do not.
     QVERIFY(ActivitySession::weighted(qint64(1) << 61, TokenType::output).has_value());
@@ -144,29 +229,7 @@ void TokenModelTest::weightingTruncates() {
              std::optional<qint64>(std::numeric_limits<qint64>::min()));
 }
 
-void TokenModelTest::formatK_data() {
-    QTest::addColumn<qint64>("n");
-    QTest::addColumn<QString>("text");
-    QTest::newRow("zero") << qint64(0) << "0";
-    QTest::newRow("below") << qint64(999) << "999";
-    QTest::newRow("thousand") << qint64(1000) << "1.0k";
-    QTest::newRow("rounds") << qint64(12345) << "12.3k";
-    QTest::newRow("rounds up") << qint64(12960) << "13.0k";
-    // As C's printf: an exact half rounds to even, a binary value above the half rounds up.
-    QTest::newRow("half to even") << qint64(1250) << "1.2k";
-    QTest::newRow("half, binary above") << qint64(1350) << "1.4k";
-    QTest::newRow("half, odd") << qint64(1750) << "1.8k";
-    QTest::newRow("negative plain") << qint64(-5000) << "-5000";
-    QTest::newRow("huge") << qint64(25000000) << "25000.0k";
-}
-
-void TokenModelTest::formatK() {
-    QFETCH(qint64, n);
-    QFETCH(QString, text);
-    QCOMPARE(::formatK(n), text);
-}
-
-void TokenModelTest::jsonRoundTrip() {
+void ModelTest::jsonRoundTrip() {
     const QList<ActivitySession> day = {
         {QUuid::createUuid(),
          "com.apple.Terminal",
@@ -192,7 +255,7 @@ void TokenModelTest::jsonRoundTrip() {
              std::optional<QList<ActivitySession>>(QList<ActivitySession>{}));
 }
 
-void TokenModelTest::encoderWritesThePlatformForm() {
+void ModelTest::encoderWritesThePlatformForm() {
     const QUuid id("{0f8fad5b-d9cb-469f-a165-70867728950e}");
     const ActivitySession s{id, "com.a/b", "N", TokenType::output, {801792000.0}, {801792060.5}, 7};
     const QByteArray json = SessionCodec::encodeSession(s);
@@ -202,7 +265,7 @@ void TokenModelTest::encoderWritesThePlatformForm() {
                               "\"endTime\":801792060.5,\"rawTokens\":7}"));
 }
 
-void TokenModelTest::rejectsMalformedDays_data() {
+void ModelTest::rejectsMalformedDays_data() {
     QTest::addColumn<QByteArray>("json");
     const QByteArray ok =
         R"({"id":"E621E1F8-C36C-495A-93FC-0C247A3E6E5F","appBundleID":"a",)"
@@ -239,10 +302,10 @@ void TokenModelTest::rejectsMalformedDays_data() {
         << with("\"rawTokens\":3", "\"rawTokens\":-9223372036854775808");
 }
 
-void TokenModelTest::rejectsMalformedDays() {
+void ModelTest::rejectsMalformedDays() {
     QFETCH(QByteArray, json);
     QVERIFY(!SessionCodec::decodeDay(json).has_value());
 }
 
-QTEST_GUILESS_MAIN(TokenModelTest)
-#include "tst_tokenmodel.moc"
+QTEST_GUILESS_MAIN(ModelTest)
+#include "tst_model.moc"
