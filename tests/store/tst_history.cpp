@@ -27,9 +27,8 @@ private slots:
 
 private:
     // A day whose only session carries `tokens` weighted input tokens at `hour`.
-    void storeTokens(const QDate& day, qint64 tokens, int hour = 10,
-                     Qt::TimeSpec spec = Qt::LocalTime) {
-        const QDateTime start(day, QTime(hour, 0), spec);
+    void storeTokens(const QDate& day, qint64 tokens, int hour = 10, bool utc = false) {
+        const QDateTime start(day, QTime(hour, 0), utc ? Qt::UTC : Qt::LocalTime);
         m_db->setData(DayKeys::sessions(DayKeys::dayText(day)),
                       SessionCodec::encodeDay({makeSession(TokenType::input, tokens, start)}));
     }
@@ -156,14 +155,14 @@ void HistoryTest::keptSummaryFollowsTheDay() {
     const QString path = m_db->path();
     const QDateTime now = QDateTime(QDate(2026, 5, 30), QTime(10, 0), Qt::UTC);
     const QDate yesterday(2026, 5, 29);
-    storeTokens(yesterday, 10, 10, Qt::UTC);
+    storeTokens(yesterday, 10, 10, true);
     HistoryCalculator calc(*m_db);
     {
         TimeZoneScope utc("UTC");
         QCOMPARE(calc.compute(now, 0, {}).extendedHistory.size(), 2);
     }
     if (change == "rewrite") {
-        storeTokens(yesterday, 25, 14, Qt::UTC);
+        storeTokens(yesterday, 25, 14, true);
     } else if (change == "remove") {
         m_db->remove(DayKeys::sessions(DayKeys::dayText(yesterday)));
     } else if (change.startsWith("UPDATE") || change.startsWith("DROP")) { // another program
