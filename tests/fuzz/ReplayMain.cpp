@@ -1,11 +1,9 @@
-// The normal build's driver for the fuzz targets: runs the target over every committed input
-// (the seeds and the inputs that once found a fault), so the test suite replays them under
-// the normal and the sanitizer build without libFuzzer.
+// The normal and sanitizer builds' driver for the fuzz targets: runs the target over every input
+// in the folders it is given (the seeds and the inputs that once found a fault).
 
 #include <QByteArray>
 #include <QDir>
 #include <QFile>
-#include <QFileInfo>
 
 #include <cstdint>
 #include <cstdio>
@@ -18,23 +16,17 @@ int main(int argc, char** argv) {
         LLVMFuzzerInitialize(&argc, &argv);
     int inputs = 0;
     for (int i = 1; i < argc; ++i) {
-        const QString path = QString::fromLocal8Bit(argv[i]);
-        QStringList files;
-        if (QFileInfo(path).isDir()) {
-            for (const QString& name : QDir(path).entryList(QDir::Files, QDir::Name))
-                files << path + u'/' + name;
-        } else {
-            files << path;
-        }
+        const QDir folder(QString::fromLocal8Bit(argv[i]));
+        const QStringList names = folder.entryList(QDir::Files, QDir::Name);
         // A folder that is missing or empty is a mistake in the test, not a pass.
-        if (files.isEmpty() || !QFileInfo::exists(files.first())) {
+        if (names.isEmpty()) {
             std::fprintf(stderr, "no inputs in %s\n", argv[i]);
             return 1;
         }
-        for (const QString& file : std::as_const(files)) {
-            QFile f(file);
+        for (const QString& name : names) {
+            QFile f(folder.filePath(name));
             if (!f.open(QIODevice::ReadOnly)) {
-                std::fprintf(stderr, "cannot read %s\n", qPrintable(file));
+                std::fprintf(stderr, "cannot read %s\n", qPrintable(f.fileName()));
                 return 1;
             }
             const QByteArray bytes = f.readAll();

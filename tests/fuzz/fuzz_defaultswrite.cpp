@@ -1,24 +1,15 @@
-// `mindmeter defaults write KEY TYPE VALUE` takes any key and any value from the user. The
-// input is "KEY\nTYPE\nVALUE": the value as typed, or for -data-file the bytes read from
-// standard input. Whatever the command accepts is stored and then read the way the program
-// reads it (settings, today's day and recovery, the alerts); nothing it accepts may crash or
-// stop the program.
-
-#include "FakeClock.h"
-
-#include "app/DefaultsValue.h"
-#include "model/AppPreferences.h"
-#include "model/SessionCodec.h"
-#include "services/NotificationManager.h"
-#include "store/DayStore.h"
-#include "store/SqliteDefaults.h"
+// `mindmeter defaults write KEY TYPE VALUE` takes any key and value from the user; the input is
+// "KEY\nTYPE\nVALUE" (for -data-file the bytes on standard input). Nothing the command accepts
+// may crash or stop the program when it reads the settings, today's day and the alerts.
 
 #include "FuzzSupport.h"
+#include "Sessions.h"
 
-#include <QCoreApplication>
+#include "app/DefaultsValue.h"
+#include "model/SessionCodec.h"
+#include "store/SqliteDefaults.h"
 
 #include <cstdio>
-#include <cstdlib>
 
 extern "C" int LLVMFuzzerInitialize(int* argc, char*** argv) {
     initializeFuzzApplication(argc, argv);
@@ -49,56 +40,22 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     if (!value.isValid() || key.isEmpty() || !DefaultsValue::rejectReason(key, value).isEmpty())
         return 0;
 
-    // Accepted: store it over settings that switch every alert on and a recorded morning,
-    // then read it back.
-    static FakeClock clock(QDateTime(QDate(2026, 5, 30), QTime(15, 0), Qt::UTC));
-    const auto session = [](qint64 raw) {
-        return ActivitySession{QUuid::createUuid(),
-                               QStringLiteral("com.apple.Terminal"),
-                               QStringLiteral("Terminal"),
-                               TokenType::reasoning,
-                               Timestamp::fromDateTime(clock.now().addSecs(-60)),
-                               Timestamp::fromDateTime(clock.now()),
-                               raw};
-    };
+    // Accepted: stored over a recorded morning, read back, then read the way the program does.
     const std::unique_ptr<SqliteDefaults> db = SqliteDefaults::open(QStringLiteral(":memory:"));
+    const QDateTime minuteAgo = fuzzClock().now().addSecs(-60);
     db->setData(QStringLiteral("mindmeter.sessions.2026-05-30"),
-                SessionCodec::encodeDay({session(8), session(8)}));
-    db->setBool(AppPreferences::proAlertEnabled, true);
-    db->setBool(AppPreferences::proTempAlertEnabled, true);
-    db->setBool(AppPreferences::proEndOfDayEnabled, true);
-    db->setBool(AppPreferences::proDailyGoalEnabled, true);
+                SessionCodec::encodeDay({makeSession(TokenType::reasoning, 8, minuteAgo),
+                                         makeSession(TokenType::reasoning, 8, minuteAgo)}));
+    switchEveryAlertOn(*db);
     if (!db->setValue(key, value))
         std::abort();
     const QVariant stored = db->value(key);
     if (stored.typeId() != value.typeId() || stored != value)
         std::abort();
-
-    (void)AppPreferences::dailyBaseline(*db);
     (void)AppPreferences::idleTimeout(*db);
     (void)AppPreferences::hasLaunched(*db);
     (void)AppPreferences::menuBarDisplay(*db);
-    (void)AppPreferences::alertThreshold(*db);
-    (void)AppPreferences::tempAlertThreshold(*db);
-    (void)AppPreferences::tempAlertMinutes(*db);
-    (void)AppPreferences::endOfDayTimeSeconds(*db);
     (void)AppPreferences::dailyGoal(*db);
-
-    DayStore store(*db, clock, DayStore::Options{0});
-    store.addSession(session(8));
-    store.recoverTokens(1800);
-    QCoreApplication::sendPostedEvents(&store);
-    store.waitForHistory();
-    (void)store.contextSaturation();
-    (void)store.temperature();
-
-    NullSink sink;
-    NotificationManager notifications(sink, *db, clock);
-    notifications.checkThreshold(store.totalWeighted());
-    notifications.checkTemperature(1.0);
-    clock.advanceSeconds(3600);
-    notifications.checkTemperature(1.0);
-    clock.advanceSeconds(-3600);
-    notifications.scheduleEndOfDayDigest(store.totalWeighted());
+    runStoreAndAlerts(*db, makeSession(TokenType::reasoning, 8, minuteAgo));
     return 0;
 }

@@ -1,7 +1,6 @@
-// Firefox's session file (recovery.jsonlz4) is written by another program and may be caught
-// half-written. The input is read three ways: as a whole mozLz4 file, as the JSON document
-// inside one, and packed into a well-formed mozLz4 file by liblz4 here, which must unpack to
-// the same bytes and give the same answer.
+// Firefox's session file is written by another program and may be caught half-written. The input
+// is read as a mozLz4 file, as the JSON inside one, and packed into a well-formed mozLz4 file by
+// liblz4, which must unpack to the same bytes and give the same answer.
 
 #include "platform/linux/FirefoxSession.h"
 #include "platform/linux/MozLz4.h"

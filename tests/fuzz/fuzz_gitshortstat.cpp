@@ -1,6 +1,5 @@
-// The summary line of `git diff --shortstat` and the answer of `git rev-parse HEAD` come from
-// a child process. The line count must stay within its cap whatever git prints, so a commit
-// session can never carry a day's sums towards overflow.
+// What `git diff --shortstat` and `git rev-parse HEAD` print: the line count stays within its cap
+// whatever git says, so a commit session can never carry a day's sums towards overflow.
 
 #include "sensing/GitCommand.h"
 

@@ -1,10 +1,7 @@
-// The settings store's typed reads convert whatever a key holds into the type asked for (a
-// string read as a number, a double as an integer, ...), and any value can be stored by a
-// hand-edited database or `defaults write`. The first byte of the input picks the stored
-// type, the rest is the value. Conversions must not crash or invoke undefined behaviour,
-// numbers must survive their text form, and the SQLite store must give back exactly what
-// it accepted. The value is stored as the user's category rules, which are read whole or
-// ignored whole.
+// Any value can be stored by a hand-edited database or `defaults write`, and the typed reads
+// convert it (text read as a number, ...). The first byte picks the stored type, the rest is the
+// value: conversions must not crash or invoke undefined behaviour, numbers survive their text
+// form, the store gives back what it accepted, and as category rules it is read whole or not.
 
 #include "model/CategoryRules.h"
 #include "store/SqliteDefaults.h"
@@ -15,20 +12,20 @@
 
 namespace {
 
+template <typename Number> QVariant number(const char* bytes, size_t size) {
+    Number v = 0;
+    std::memcpy(&v, bytes, std::min(size, sizeof v));
+    return QVariant::fromValue(v);
+}
+
 QVariant valueFrom(const uint8_t* data, size_t size) {
     const auto* bytes = reinterpret_cast<const char*>(data + 1);
     const qsizetype n = qsizetype(size - 1);
     switch (data[0] % 6) {
-    case 0: {
-        qint64 v = 0;
-        std::memcpy(&v, bytes, std::min<size_t>(size - 1, sizeof v));
-        return QVariant::fromValue(v);
-    }
-    case 1: {
-        double v = 0;
-        std::memcpy(&v, bytes, std::min<size_t>(size - 1, sizeof v));
-        return QVariant::fromValue(v);
-    }
+    case 0:
+        return number<qint64>(bytes, size - 1);
+    case 1:
+        return number<double>(bytes, size - 1);
     case 2:
         return QVariant::fromValue(n > 0 && (bytes[0] & 1));
     case 3:
@@ -77,8 +74,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         if (std::memcmp(&a, &b, sizeof a) != 0)
             std::abort();
     } else if (v.typeId() == QMetaType::QString) {
-        // Text is stored as UTF-8: an unpaired surrogate comes back as U+FFFD, nothing else
-        // changes.
+        // Stored as UTF-8: only an unpaired surrogate comes back changed, as U+FFFD.
         if (back.toString() != QString::fromUtf8(v.toString().toUtf8()))
             std::abort();
     } else if (back != v) {

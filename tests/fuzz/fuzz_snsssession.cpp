@@ -1,7 +1,6 @@
-// A Chromium session log (Sessions/Session_<n>) is written by another program, appended to
-// while it is read, and may be cut off anywhere. The input is read as a whole file, and
-// again behind a valid header so the commands themselves are explored; any answer is a
-// non-empty address, and cutting the file short never makes the reader fail.
+// A Chromium session log is written by another program while it is read and may end anywhere. The
+// input is read as a whole file, behind a valid header (so the commands are explored) and cut
+// short; any answer is a non-empty address.
 
 #include "platform/linux/SnssSession.h"
 

@@ -1,22 +1,12 @@
-// A stored day: the JSON array of sessions under "mindmeter.sessions.DAY". It comes from the
-// database, from another platform's copy or from `mindmeter defaults write`, so decoding it,
-// and everything built on it (today's ledger, the history, the export, the alerts), must
-// neither crash nor stop the program, whatever it holds.
-
-#include "FakeClock.h"
-
-#include "model/AppPreferences.h"
-#include "model/SessionCodec.h"
-#include "services/ExportFormatter.h"
-#include "services/NotificationManager.h"
-#include "store/DayStore.h"
-#include "store/SqliteDefaults.h"
+// A stored day (the JSON array under "mindmeter.sessions.DAY") may come from another platform's
+// copy or `mindmeter defaults write`: decoding it and everything built on it (the ledger, the
+// history, the export, the alerts) must neither crash nor stop the program, whatever it holds.
 
 #include "FuzzSupport.h"
+#include "Sessions.h"
 
-#include <QCoreApplication>
-
-#include <cstdlib>
+#include "model/SessionCodec.h"
+#include "store/SqliteDefaults.h"
 
 extern "C" int LLVMFuzzerInitialize(int* argc, char*** argv) {
     initializeFuzzApplication(argc, argv);
@@ -25,7 +15,6 @@ extern "C" int LLVMFuzzerInitialize(int* argc, char*** argv) {
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     const QByteArray json(reinterpret_cast<const char*>(data), qsizetype(size));
-
     // What decodes encodes to a form that decodes to the same sessions.
     const auto day = SessionCodec::decodeDay(json);
     if (!day)
@@ -35,33 +24,14 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     if (!again || SessionCodec::encodeDay(*again) != encoded)
         std::abort();
 
-    // The same day as today and as the two days before, read by the store, the history, the
-    // export and the alerts, with the smallest budget so every ratio is as large as it gets.
-    static FakeClock clock(QDateTime(QDate(2026, 5, 30), QTime(15, 0), Qt::UTC));
+    // The same day as today and the two days before, with the smallest budget so every ratio is
+    // as large as it gets.
     const std::unique_ptr<SqliteDefaults> db = SqliteDefaults::open(QStringLiteral(":memory:"));
     for (const char* day : {"2026-05-30", "2026-05-29", "2026-05-28"})
         db->setData(QStringLiteral("mindmeter.sessions.") + QLatin1String(day), json);
     db->setInteger(AppPreferences::dailyTokenBaseline, 1);
-    db->setBool(AppPreferences::proAlertEnabled, true);
-    db->setBool(AppPreferences::proEndOfDayEnabled, true);
     db->setReal(AppPreferences::proEndOfDayTime, 86000);
-
-    DayStore store(*db, clock, DayStore::Options{0});
-    store.waitForHistory();
-    store.recoverTokens(1800);
-    QCoreApplication::sendPostedEvents(&store);
-    store.waitForHistory();
-    (void)store.temperature();
-    (void)store.contextSaturation();
-    (void)store.velocityLastHour();
-    (void)store.hourlyBuckets(8);
-    const ExportFormatter formatter(store, *db, clock);
-    (void)formatter.csv();
-    (void)formatter.markdownSummary(QLocale::c());
-    NullSink sink;
-    NotificationManager notifications(sink, *db, clock);
-    notifications.checkThreshold(store.totalWeighted());
-    notifications.checkTemperature(store.temperature());
-    notifications.scheduleEndOfDayDigest(store.totalWeighted());
+    switchEveryAlertOn(*db);
+    runStoreAndAlerts(*db, makeSession(TokenType::input, 1, fuzzClock().now().addSecs(-60)));
     return 0;
 }

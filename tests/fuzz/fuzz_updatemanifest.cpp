@@ -1,6 +1,5 @@
-// The update manifest ("/version.json") comes from the network. Parsing it, comparing its
-// version with ours and naming the package it announces must not crash, and a version that
-// could name a path must never become a file name.
+// The update manifest comes from the network: parsing it, comparing versions and naming the
+// package must not crash, and a version that could name a path never becomes a file name.
 
 #include "model/AppVersion.h"
 #include "services/UpdateChecker.h"

@@ -1,4 +1,3 @@
-#include "DeathTest.h"
 #include "FakeClock.h"
 #include "Sessions.h"
 
@@ -46,10 +45,7 @@ private slots:
     void loadKeepsWhatBeganToday();
     void corruptDayIsSetAsideAndReplaced();
     void unreadableDayIsMergedNotOverwritten();
-    void recoveryIsLoadedAsStored();
-    void wake();
     void resetToday();
-    void overflowIsFatal();
 
 private:
     QTemporaryDir m_dir;
@@ -74,7 +70,6 @@ void DayStoreTest::ledgerTotalsAndRecovery() {
     QCOMPARE(store.grossTokens(), qint64(40));
     QCOMPARE(store.tokensByType(),
              (QMap<TokenType, qint64>{{TokenType::reasoning, 30}, {TokenType::ai, 10}}));
-    QCOMPARE(store.totalWeighted(), qint64(40));
     QCOMPARE(threshold.count(), 2);
     QCOMPARE(threshold.last().at(0).toLongLong(), qint64(40));
     QCOMPARE(changes.count(), 2); // one for each recorded session
@@ -88,24 +83,14 @@ void DayStoreTest::ledgerTotalsAndRecovery() {
     settle();
     QCOMPARE(store.recoveredTokens(), qint64(40)); // capped by the gross
     QCOMPARE(store.totalWeighted(), qint64(0));
-    QCOMPARE(m_db->integer("mindmeter.recovery.2026-05-30"), qint64(40));
     QCOMPARE(threshold.count(), 2); // recovery does not check the threshold
-    QCOMPARE(store.grossTokens(), qint64(40));
 
-    store.addSession(makeSession(TokenType::input, 5, clock.now()));
-    settle();
-    QCOMPARE(store.totalWeighted(), qint64(5)); // later work counts in full
-
+    store.addSession(makeSession(TokenType::input, 5, clock.now())); // counts in full
     store.recoverTokens(-10); // a negative amount reduces recovery
     settle();
     QCOMPARE(store.recoveredTokens(), qint64(30));
     QCOMPARE(store.totalWeighted(), qint64(15));
-
-    // A second store over the same file restores all of it.
-    DayStore reloaded(*m_db, clock);
-    QCOMPARE(reloaded.sessions().size(), 3);
-    QCOMPARE(reloaded.recoveredTokens(), qint64(30));
-    QCOMPARE(reloaded.totalWeighted(), qint64(15));
+    QCOMPARE(m_db->integer("mindmeter.recovery.2026-05-30"), qint64(30));
 }
 
 void DayStoreTest::loadKeepsWhatBeganToday() {
@@ -143,8 +128,7 @@ void DayStoreTest::corruptDayIsSetAsideAndReplaced() {
     m_db->setInteger("mindmeter.recovery.2026-05-30", 7);
     QSignalSpy writes(m_db.get(), &Defaults::valueChanged);
     DayStore store(*m_db, clock);
-    QVERIFY(store.sessions().isEmpty());
-    QCOMPARE(store.recoveredTokens(), qint64(0));
+    QVERIFY(store.sessions().isEmpty() && store.recoveredTokens() == 0);
     QCOMPARE(store.storedDay(), DayStore::StoredDay::Undecodable);
     QCOMPARE(writes.count(), 0); // reading never writes
 
@@ -152,9 +136,8 @@ void DayStoreTest::corruptDayIsSetAsideAndReplaced() {
     store.addSession(makeSession(TokenType::input, 3, clock.now()));
     settle();
     QCOMPARE(m_db->data("mindmeter.quarantine.sessions.2026-05-30"), corrupt);
-    const auto stored = SessionCodec::decodeDay(*m_db->data("mindmeter.sessions.2026-05-30"));
-    QVERIFY(stored);
-    QCOMPARE(stored->size(), 1);
+    QCOMPARE(*SessionCodec::decodeDay(*m_db->data("mindmeter.sessions.2026-05-30")),
+             store.sessions());
     QCOMPARE(store.storedDay(), DayStore::StoredDay::Readable);
 }
 
@@ -190,68 +173,8 @@ void DayStoreTest::unreadableDayIsMergedNotOverwritten() {
     QCOMPARE(history.count(), 1);
     QCOMPARE(store.sessions().size(), 3);
     QCOMPARE(store.sessions().first(), earlier);
-    QCOMPARE(store.grossTokens(), qint64(33));
-    const auto stored = SessionCodec::decodeDay(*m_db->data("mindmeter.sessions.2026-05-30"));
-    QCOMPARE(*stored, store.sessions());
-}
-
-void DayStoreTest::recoveryIsLoadedAsStored() {
-    // A stored recovery above the day's gross is loaded as it is: later work is taken off
-    // by what remains of it. Values no day can reach (`defaults write` takes any integer)
-    // are held at a bound, so the total and later recovery cannot overflow.
-    FakeClock clock(local(2026, 5, 30, 10));
-    m_db->setInteger("mindmeter.recovery.2026-05-30", 50);
-    QCOMPARE(DayStore(*m_db, clock).recoveredTokens(), qint64(0)); // no day: no recovery
-    m_db->setData("mindmeter.sessions.2026-05-30",
-                  SessionCodec::encodeDay({makeSession(TokenType::reasoning, 10, clock.now())}));
-    {
-        DayStore store(*m_db, clock);
-        QCOMPARE(store.recoveredTokens(), qint64(50));
-        QCOMPARE(store.totalWeighted(), qint64(0));
-        store.addSession(makeSession(TokenType::input, 15, clock.now()));
-        settle();
-        QCOMPARE(store.totalWeighted(), qint64(0));
-        store.addSession(makeSession(TokenType::input, 15, clock.now()));
-        settle();
-        QCOMPARE(store.totalWeighted(), qint64(10));
-    }
-    m_db->setInteger("mindmeter.recovery.2026-05-30", std::numeric_limits<qint64>::max());
-    {
-        DayStore store(*m_db, clock);
-        QCOMPARE(store.recoveredTokens(), SessionCodec::maxDayTokens);
-        store.recoverTokens(1800);
-        settle();
-        QCOMPARE(store.recoveredTokens(), qint64(60)); // capped by the gross
-    }
-    m_db->setInteger("mindmeter.recovery.2026-05-30", std::numeric_limits<qint64>::min());
-    DayStore store(*m_db, clock);
-    QCOMPARE(store.recoveredTokens(), -SessionCodec::maxDayTokens);
-    QCOMPARE(store.totalWeighted(), 60 + SessionCodec::maxDayTokens);
-}
-
-void DayStoreTest::wake() {
-    FakeClock clock(local(2026, 5, 30, 22));
-    DayStore store(*m_db, clock);
-    store.addSession(makeSession(TokenType::reasoning, 10, clock.now()));
-    settle();
-
-    store.handleWake(); // same day: nothing changes
-    settle();
-    QCOMPARE(store.sessions().size(), 1);
-
-    // Slept through midnight; meanwhile another process recorded the new day.
-    clock.set(local(2026, 6, 1, 8));
-    m_db->setData("mindmeter.sessions.2026-06-01",
-                  SessionCodec::encodeDay({makeSession(TokenType::ai, 4, local(2026, 6, 1, 7))}));
-    m_db->setInteger("mindmeter.recovery.2026-06-01", 3);
-    store.handleWake();
-    settle();
-    QCOMPARE(store.lastResetDate(), local(2026, 6, 1));
-    QCOMPARE(store.sessions().size(), 1);
-    QCOMPARE(store.grossTokens(), qint64(10));
-    QCOMPARE(store.recoveredTokens(), qint64(3));
-    QCOMPARE(store.totalWeighted(), qint64(7));
-    QVERIFY(qAbs(store.midnightTimerRemaining() - 16 * 3600 * 1000) < 2000);
+    QCOMPARE(*SessionCodec::decodeDay(*m_db->data("mindmeter.sessions.2026-05-30")),
+             store.sessions());
 }
 
 void DayStoreTest::resetToday() {
@@ -263,33 +186,11 @@ void DayStoreTest::resetToday() {
     const QDateTime resetDate = store.lastResetDate();
     store.resetToday();
     settle();
-    QCOMPARE(store.totalWeighted(), qint64(0));
-    QVERIFY(store.tokensByType().isEmpty());
+    QVERIFY(store.totalWeighted() == 0 && store.tokensByType().isEmpty());
     QCOMPARE(m_db->data("mindmeter.sessions.2026-05-30"), std::optional<QByteArray>("[]"));
     QVERIFY(!m_db->value("mindmeter.recovery.2026-05-30").isValid());
     QCOMPARE(store.lastResetDate(), resetDate);
-    QVERIFY(store.midnightTimerRemaining() > 0);
-}
-
-void DayStoreTest::overflowIsFatal() {
-    FakeClock clock(local(2026, 5, 30, 10));
-    DayStore store(*m_db, clock);
-    store.waitForHistory();
-    const qint64 big = std::numeric_limits<qint64>::max() / 2;
-    QVERIFY(abortsProcess([&] {
-        store.addSessions({makeSession(TokenType::input, big, clock.now()),
-                           makeSession(TokenType::input, big, clock.now()),
-                           makeSession(TokenType::input, big, clock.now())});
-        settle();
-    }));
-    QVERIFY(abortsProcess([&] {
-        store.addSession(makeSession(TokenType::reasoning, big, clock.now())); // × 3.0
-        settle();
-    }));
-    // The same sums that fit are fine.
-    store.addSessions({makeSession(TokenType::input, big, clock.now())});
-    settle();
-    QCOMPARE(store.totalWeighted(), *ActivitySession::weighted(big, TokenType::input));
+    QVERIFY(store.midnightTimerRemaining() > 0); // the day still turns at midnight
 }
 
 QTEST_GUILESS_MAIN(DayStoreTest)

@@ -3,9 +3,6 @@
 #include <QByteArray>
 #include <QHash>
 #include <QHostAddress>
-#include <QList>
-#include <QMetaType>
-#include <QPointer>
 #include <QTcpServer>
 #include <QTcpSocket>
 #include <QTimer>
@@ -26,11 +23,7 @@ struct HttpAnswer {
 
     static HttpAnswer make(int status, QByteArray body,
                            QList<std::pair<QByteArray, QByteArray>> headers = {}) {
-        HttpAnswer a;
-        a.status = status;
-        a.body = std::move(body);
-        a.headers = std::move(headers);
-        return a;
+        return HttpAnswer{status, std::move(body), std::move(headers)};
     }
 };
 Q_DECLARE_METATYPE(HttpAnswer)
@@ -69,13 +62,10 @@ private:
                 const QByteArray head = buffer.left(end);
                 m_buffers.remove(socket);
                 QObject::disconnect(socket, &QTcpSocket::readyRead, nullptr, nullptr);
-                const QList<QByteArray> requestLine =
-                    head.split('\n').value(0).trimmed().split(' ');
-                const QByteArray path = requestLine.value(1);
+                const QByteArray path = head.split('\n').value(0).trimmed().split(' ').value(1);
                 m_requests.append(path);
                 m_heads.insert(path, head.toLower());
-                respond(socket, m_answers.value(
-                                    path, HttpAnswer{404, "not found", {}, true, -1, false, 0}));
+                respond(socket, m_answers.value(path, HttpAnswer::make(404, "not found")));
             });
         }
     }
@@ -97,15 +87,14 @@ private:
             socket->disconnectFromHost();
             return;
         }
-        auto* timer = new QTimer(socket);
-        auto sent = std::make_shared<qsizetype>(0);
-        QObject::connect(timer, &QTimer::timeout, socket, [socket, timer, sent, body = a.body] {
-            if (*sent >= body.size()) {
-                timer->stop();
-                socket->disconnectFromHost();
+        auto* timer = new QTimer(socket); // deleted with the socket
+        QObject::connect(timer, &QTimer::timeout, socket, [socket, rest = a.body]() mutable {
+            if (rest.isEmpty())
                 return;
-            }
-            socket->write(body.mid((*sent)++, 1));
+            socket->write(rest.left(1));
+            rest.remove(0, 1);
+            if (rest.isEmpty())
+                socket->disconnectFromHost();
         });
         timer->start(a.dripMs);
     }
