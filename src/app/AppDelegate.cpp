@@ -104,7 +104,13 @@ bool AppDelegate::applicationDidFinishLaunching(std::unique_ptr<StatusItem> stat
     m_opener = std::make_unique<DesktopOpener>();
     m_export = std::make_unique<ExportManager>(*m_store, m_defaults, m_clock, *m_fileChooser,
                                                *m_clipboard);
-    m_updates = std::make_unique<UpdateChecker>(*m_opener);
+    // The hourly check runs in a short-lived child (this program's own `update --check`), so
+    // the TLS libraries are never loaded into this long-lived process for it.
+    UpdateChecker::Options updateOptions;
+    updateOptions.checkProgram = QCoreApplication::applicationFilePath();
+    updateOptions.checkArguments = {QStringLiteral("update"), QStringLiteral("--check"),
+                                    QStringLiteral("--json")};
+    m_updates = std::make_unique<UpdateChecker>(*m_opener, updateOptions);
 
     // Settings, announcements and launch at login.
     m_defaults.watchForExternalChanges();

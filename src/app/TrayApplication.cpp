@@ -76,6 +76,9 @@ int TrayApplication::run(int argc, char* argv[]) {
     // The software renderer keeps the dashboard's memory small and needs no GPU driver; a
     // panel of cards gains nothing from hardware rendering. Chosen through the environment so
     // Qt Quick is not touched before the dashboard is first opened.
+    // One heap for all threads: the pool and Qt Quick's threads allocate little, and each
+    // arena of its own keeps freed pages that malloc_trim cannot always hand back.
+    mallopt(M_ARENA_MAX, 1);
     if (!qEnvironmentVariableIsSet("QT_QUICK_BACKEND"))
         qputenv("QT_QUICK_BACKEND", "software");
     if (!qEnvironmentVariableIsSet("QT_QUICK_CONTROLS_STYLE"))

@@ -12,6 +12,7 @@
 #include <QJsonObject>
 #include <QNetworkAccessManager>
 #include <QNetworkReply>
+#include <QProcess>
 #include <QRegularExpression>
 #include <QSet>
 #include <QStandardPaths>
@@ -110,8 +111,7 @@ QString debianArchitecture() {
 UpdateChecker::UpdateChecker(Opener& opener, Options options, QObject* parent)
     : QObject(parent)
     , m_opener(opener)
-    , m_options(std::move(options))
-    , m_network(new QNetworkAccessManager(this)) {
+    , m_options(std::move(options)) {
     if (!m_options.quit)
         m_options.quit = [] { QCoreApplication::quit(); };
     const QString text =
@@ -129,6 +129,8 @@ UpdateChecker::UpdateChecker(Opener& opener, Options options, QObject* parent)
 
 UpdateChecker::~UpdateChecker() {
     // Replies still under way must not call back into a checker being destroyed.
+    if (!m_network)
+        return;
     const QList<QNetworkReply*> replies = m_network->findChildren<QNetworkReply*>();
     for (QNetworkReply* reply : replies) {
         reply->disconnect();
@@ -194,6 +196,53 @@ QString UpdateChecker::downloadsFolder() const {
 
 // --- Transfers ---------------------------------------------------------------------------
 
+QNetworkAccessManager* UpdateChecker::network() {
+    if (!m_network)
+        m_network = new QNetworkAccessManager(this);
+    return m_network;
+}
+
+void UpdateChecker::checkInChild(std::function<void(const CheckResult&)> done) {
+    auto* child = new QProcess(this);
+    child->setProgram(m_options.checkProgram);
+    child->setArguments(m_options.checkArguments);
+    child->setProcessChannelMode(QProcess::SeparateChannels);
+    // The child keeps its own deadline; this one only ends a child that hangs past it.
+    QTimer::singleShot(m_options.requestTimeoutMs + 5000, child, [child] { child->kill(); });
+    connect(child, &QProcess::finished, this, [this, child, done] {
+        child->deleteLater();
+        CheckResult result;
+        const QByteArray out = child->readAllStandardOutput();
+        if (child->exitStatus() == QProcess::NormalExit && child->exitCode() == 0 &&
+            out.size() <= maxManifestBytes) {
+            const QJsonObject answer = QJsonDocument::fromJson(out).object();
+            result = parseManifest(
+                QJsonDocument(
+                    QJsonObject{
+                        {QStringLiteral("version"), answer.value(QStringLiteral("latestVersion"))},
+                        {QStringLiteral("sha256"), answer.value(QStringLiteral("sha256"))}})
+                    .toJson());
+        } else {
+            // The command line says "mindmeter: update check failed: <why>".
+            const QString said = QString::fromUtf8(child->readAllStandardError()).trimmed();
+            const qsizetype colon = said.lastIndexOf(QStringLiteral("failed: "));
+            result.error = said.isEmpty() ? QStringLiteral("the update check did not finish")
+                           : colon >= 0   ? said.mid(colon + 8)
+                                          : said;
+        }
+        if (result.ok)
+            publish(result);
+        done(result);
+    });
+    connect(child, &QProcess::errorOccurred, this, [child, done](QProcess::ProcessError e) {
+        if (e != QProcess::FailedToStart)
+            return;
+        child->deleteLater();
+        done({false, child->errorString(), {}, {}});
+    });
+    child->start(QIODevice::ReadOnly);
+}
+
 QNetworkReply* UpdateChecker::get(const QUrl& url, const QByteArray& accept, int stallTimeoutMs,
                                   int deadlineMs, qint64 bufferBytes) {
     QNetworkRequest request(url);
@@ -208,7 +257,7 @@ QNetworkReply* UpdateChecker::get(const QUrl& url, const QByteArray& accept, int
                          QNetworkRequest::UserVerifiedRedirectPolicy);
     request.setMaximumRedirectsAllowed(5);
     request.setTransferTimeout(stallTimeoutMs);
-    QNetworkReply* reply = m_network->get(request);
+    QNetworkReply* reply = network()->get(request);
     // Bounds memory: the network is not read faster than the handlers take the data.
     reply->setReadBufferSize(bufferBytes);
 
@@ -251,6 +300,8 @@ void UpdateChecker::check(std::function<void(const CheckResult&)> done) {
             Qt::QueuedConnection);
         return;
     }
+    if (!m_options.checkProgram.isEmpty())
+        return checkInChild(std::move(done));
     QNetworkReply* reply = get(manifestUrl(), "application/json", m_options.requestTimeoutMs,
                                m_options.requestTimeoutMs, maxManifestBytes + 1);
     auto body = std::make_shared<QByteArray>();

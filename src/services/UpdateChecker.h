@@ -53,6 +53,12 @@ public:
         // After a verified download is opened, quit() runs this much later.
         int quitDelayMs = 1000;
         std::function<void()> quit; // empty: QCoreApplication::quit
+        // When set, a check runs this program with these arguments and reads its answer
+        // ("update --check --json" of the command line) instead of asking the site itself,
+        // so a long-lived process never loads the network's TLS libraries for the hourly
+        // check. Empty: the check is made in this process.
+        QString checkProgram;
+        QStringList checkArguments;
     };
 
     // What one manifest check found; error says why it failed.
@@ -110,6 +116,8 @@ signals:
     void downloadFinished(bool success);
 
 private:
+    void checkInChild(std::function<void(const CheckResult&)> done);
+    QNetworkAccessManager* network();
     QNetworkReply* get(const QUrl& url, const QByteArray& accept, int stallTimeoutMs,
                        int deadlineMs, qint64 bufferBytes);
     void publish(const CheckResult& result);
@@ -120,7 +128,7 @@ private:
     Options m_options;
     QUrl m_vendorUrl;
     QString m_vendorRefusal;
-    QNetworkAccessManager* m_network;
+    QNetworkAccessManager* m_network = nullptr; // made on first use
     QTimer m_periodic;
     bool m_downloading = false;
 

@@ -186,6 +186,20 @@ void UpdateCheckerTest::manifestAnswers() {
              qPrintable(r.error));
     QCOMPARE(checker->latestVersion(), std::optional<QString>(version));
     QCOMPARE(checker->updateAvailable(), available);
+    if (!refusal.isEmpty())
+        return;
+
+    // The same answer through the program's own `update --check`, as the tray app asks it.
+    UpdateChecker::Options viaChild;
+    viaChild.checkProgram = QStringLiteral(MINDMETER_EXECUTABLE);
+    viaChild.checkArguments = {"update", "--check", "--json"};
+    qputenv("MINDMETER_VENDOR_URL", (m_server->baseUrl() + "/old/").toUtf8());
+    UpdateChecker child(m_opener, viaChild);
+    const UpdateChecker::CheckResult c = check(child);
+    qunsetenv("MINDMETER_VENDOR_URL");
+    QVERIFY2(c.ok, qPrintable(c.error));
+    QCOMPARE(child.latestVersion(), std::optional<QString>(version));
+    QCOMPARE(child.updateAvailable(), available);
 }
 
 void UpdateCheckerTest::downloads_data() {
