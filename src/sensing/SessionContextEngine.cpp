@@ -142,11 +142,11 @@ void SessionContextEngine::stop() {
 }
 
 QStringList SessionContextEngine::runningBundleIDs() {
-    const QDateTime now = m_clock.now();
-    if (m_lastRunningFetch.isValid() &&
-        m_lastRunningFetch.secsTo(now) < m_options.runningCacheSeconds)
+    const qint64 nowMs = m_clock.elapsedMs();
+    if (m_lastRunningFetchMs && nowMs - *m_lastRunningFetchMs >= 0 &&
+        nowMs - *m_lastRunningFetchMs < qint64(m_options.runningCacheSeconds) * 1000)
         return m_cachedRunning;
-    m_lastRunningFetch = now;
+    m_lastRunningFetchMs = nowMs;
     m_cachedRunning.clear();
     for (const RunningApp& app : m_workspace.runningApplications())
         if (app.isRegular && !app.bundleID.isEmpty())

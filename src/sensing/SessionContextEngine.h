@@ -15,6 +15,7 @@
 #include <QTimer>
 
 #include <functional>
+#include <optional>
 
 class DayStore;
 
@@ -116,5 +117,6 @@ private:
     QList<Switch> m_switchLog;
     QString m_lastFrontApp;
     QStringList m_cachedRunning;
-    QDateTime m_lastRunningFetch;
+    // On the elapsed-time clock: asking it reads no time zone.
+    std::optional<qint64> m_lastRunningFetchMs;
 };
