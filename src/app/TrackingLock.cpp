@@ -2,6 +2,10 @@
 
 #include <QCoreApplication>
 
+#include <cerrno>
+
+#include <signal.h>
+
 TrackingLock::TrackingLock(const QString& dataFolder)
     : m_folder(dataFolder)
     , m_lock(dataFolder + QStringLiteral("/tracking.lock")) {
@@ -14,6 +18,11 @@ bool TrackingLock::tryLock(QString* why) {
     qint64 pid = 0;
     QString host, app;
     m_lock.getLockInfo(&pid, &host, &app);
+    // A holder that has just died can keep its lock a moment longer: a child it was starting
+    // holds the file open until the child runs its own program. Wait that moment out.
+    if (m_lock.error() == QLockFile::LockFailedError && pid > 0 && ::kill(pid_t(pid), 0) != 0 &&
+        errno == ESRCH && m_lock.tryLock(3000))
+        return true;
     if (why)
         *why = m_lock.error() == QLockFile::LockFailedError
                    ? QStringLiteral("tracking is already running (process %1)").arg(pid)

@@ -153,7 +153,10 @@ void CrashSafetyTest::killedAndRestarted() {
             // On a write: once tracking, at the first write to the log.
             QVERIFY2(m_tracker->waitUntilTracking(), m_tracker->said().constData());
             drain();
-            QVERIFY2(waitForLogWrite(60000), "the tracker wrote nothing for 60 s");
+            QVERIFY2(waitForLogWrite(60000),
+                     qPrintable(QStringLiteral("cycle %1: the tracker wrote nothing for 60 s: %2")
+                                    .arg(cycle)
+                                    .arg(QString::fromLocal8Bit(m_tracker->said()))));
         } else {
             // At a random moment of its first half second, start-up included.
             QThread::usleep(random.bounded(500000));

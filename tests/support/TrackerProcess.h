@@ -69,7 +69,7 @@ public:
     // Waits until the tracker says it is tracking; false if it ends first. A sanitizer build
     // on a busy machine can take long to start; only a hang should fail.
     bool waitUntilTracking(int timeoutMs = 120000) {
-        return waitForMessage("mindmeter: tracking", timeoutMs);
+        return waitForMessage("mindmeter: tracking; ", timeoutMs);
     }
 
     // Waits until stderr holds `text`; false if the process ends first or after timeoutMs.

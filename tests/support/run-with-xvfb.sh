@@ -20,6 +20,10 @@ if [ ! -s "$work/display" ]; then
 fi
 export DISPLAY=":$(head -n1 "$work/display")"
 unset WAYLAND_DISPLAY XDG_SESSION_TYPE
+# Nor their session bus: a bus address nobody listens on fails at once. Without any address,
+# D-Bus would start a bus for the private display (autolaunch), forking inside the program
+# under test; tests that need a bus run a private one.
+export DBUS_SESSION_BUS_ADDRESS="unix:path=$work/no-session-bus"
 
 openbox --sm-disable >"$work/openbox.log" 2>&1 &
 wm=$!
