@@ -93,8 +93,12 @@ int CommandLine::trackWith(Defaults& defaults, int tickMs, UnixSignalWatcher& si
     QObject::connect(&signalWatcher, &UnixSignalWatcher::received, [&stop] { stop(); });
 
     auto* db = qobject_cast<SqliteDefaults*>(&defaults);
-    if (db)
+    if (db) {
         db->setBusyWaitLimit(SqliteDefaults::interactiveBusyWaitMs);
+        // Rules and days written by other processes are followed as they are committed, and
+        // an idle tick reads its settings from memory.
+        db->watchForExternalChanges();
+    }
     TrackingLock lock(QFileInfo(defaults.path()).absolutePath());
     QString why;
     if (!lock.tryLock(&why))

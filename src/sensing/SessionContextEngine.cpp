@@ -187,31 +187,36 @@ SessionContextEngine::Mode SessionContextEngine::classify(const QString& front,
 }
 
 void SessionContextEngine::tick() {
-    const QDateTime now = m_clock.now();
+    // Only the elapsed-time clock: an idle tick computes no local time, which would look the
+    // time zone up again.
+    const qint64 nowMs = m_clock.elapsedMs();
     const std::optional<RunningApp> frontApp = m_workspace.frontmostApplication();
     const QString front = frontApp ? frontApp->bundleID : QString();
     const QStringList running = runningBundleIDs();
 
     // A change is logged under the application that was left.
     if (front != m_lastFrontApp && !m_lastFrontApp.isEmpty())
-        m_switchLog.append({m_lastFrontApp, now});
+        m_switchLog.append({m_lastFrontApp, nowMs});
     m_lastFrontApp = front;
 
-    const QDateTime cutoff = now.addSecs(-3600);
-    m_switchLog.removeIf([&](const Switch& s) { return s.time < cutoff; });
+    m_switchLog.removeIf([&](const Switch& s) { return nowMs - s.elapsedMs > 3600 * 1000; });
     const qint64 count = m_switchLog.size();
     const Mode mode = classify(front, running, count, m_rules.current());
 
-    // Published on a later turn of the event loop; dropped if the engine is gone by then.
-    QMetaObject::invokeMethod(
-        this,
-        [this, mode, count] {
-            m_mode = mode;
-            emit modeChanged();
-            m_switchesLastHour = count;
-            emit switchesLastHourChanged();
-        },
-        Qt::QueuedConnection);
+    // Published on a later turn of the event loop, and only when it changed; dropped if the
+    // engine is gone by then.
+    if (m_pending != std::pair(mode, count)) {
+        m_pending = std::pair(mode, count);
+        QMetaObject::invokeMethod(
+            this,
+            [this, mode, count] {
+                m_mode = mode;
+                emit modeChanged();
+                m_switchesLastHour = count;
+                emit switchesLastHourChanged();
+            },
+            Qt::QueuedConnection);
+    }
 
     // An idle user never gets the high-temperature alert.
     const bool active = m_idle.secondsSinceLastInput() <= AppPreferences::idleTimeout(m_defaults);

@@ -98,7 +98,7 @@ private slots:
 private:
     struct Switch {
         QString app;
-        QDateTime time;
+        qint64 elapsedMs; // on the elapsed-time clock: a wall clock set does not age it
     };
 
     QStringList runningBundleIDs();
@@ -113,6 +113,8 @@ private:
 
     Mode m_mode = Mode::idle;
     qint64 m_switchesLastHour = 0;
+    // What was last handed to the event loop to publish, so an unchanged tick posts nothing.
+    std::optional<std::pair<Mode, qint64>> m_pending;
     QTimer m_timer;
     QList<Switch> m_switchLog;
     QString m_lastFrontApp;

@@ -589,27 +589,17 @@ void SqliteDefaults::forgetCache() const {
 }
 
 void SqliteDefaults::validateCache() const {
-    // In a turn of this object's event loop nothing else of this thread runs between two
-    // reads, and another process's commit is announced only in a later turn: one look at the
-    // data version serves all the turn's reads. Elsewhere every read looks.
+    // While the file is watched, the watcher's announcement of another process's commit
+    // empties the kept values (checkExternalChange), so reads on this object's thread, in its
+    // event loop, trust them and touch no file. Elsewhere every read looks at the version.
     QThread* current = QThread::currentThread();
-    const bool inOwnLoop = current == thread() && current->loopLevel() > 0;
-    if (inOwnLoop && m_cacheCheckedThisTurn)
+    if (current == thread() && current->loopLevel() > 0 && m_watcher &&
+        m_watcher->files().size() == 2)
         return;
     const qint64 version = dataVersionLocked();
     if (version < 0 || version != m_cacheDataVersion) {
         m_cache.clear();
         m_cacheDataVersion = version;
-    }
-    if (inOwnLoop) {
-        m_cacheCheckedThisTurn = true;
-        QMetaObject::invokeMethod(
-            const_cast<SqliteDefaults*>(this),
-            [this] {
-                QMutexLocker lock(&m_mutex);
-                m_cacheCheckedThisTurn = false;
-            },
-            Qt::QueuedConnection);
     }
 }
 

@@ -120,6 +120,4 @@ private:
     mutable QHash<QString, Cached> m_cache;
     // The data version the kept values were read at; -1 when none is known.
     mutable qint64 m_cacheDataVersion = -1;
-    // The kept values were checked in the current turn of the event loop.
-    mutable bool m_cacheCheckedThisTurn = false;
 };

@@ -86,14 +86,16 @@ void SqliteDefaultsTest::keptValuesFollowEveryWrite_data() {
                 << second << removal;
 }
 
-// A value read and kept while the event loop runs is read again after a write: at once after
-// this object's own, and after another connection's no later than the next turn of the loop.
+// A value read and kept while the event loop runs, with the file watched, is read again after
+// a write: at once after this object's own, and after another connection's once the watcher
+// has announced it.
 void SqliteDefaultsTest::keptValuesFollowEveryWrite() {
     QFETCH(bool, secondConnection);
     QFETCH(bool, removal);
     auto store = SqliteDefaults::open(m_path);
     auto second = SqliteDefaults::open(m_path);
     store->setInteger("k", 1);
+    store->watchForExternalChanges();
     SqliteDefaults& writer = secondConnection ? *second : *store;
     quint64 before = 0;
     QVariant seen;
@@ -107,12 +109,13 @@ void SqliteDefaultsTest::keptValuesFollowEveryWrite() {
     QTimer::singleShot(0, &loop, [&] {
         QCOMPARE(store->value("k"), QVariant(qint64(1)));
         before = store->revision("k");
-        QVERIFY(removal ? writer.remove("k") : writer.setInteger("k", 2));
         if (secondConnection)
-            QTimer::singleShot(0, &loop, readAgain);
-        else
+            QObject::connect(store.get(), &Defaults::valueChanged, &loop, readAgain);
+        QVERIFY(removal ? writer.remove("k") : writer.setInteger("k", 2));
+        if (!secondConnection)
             readAgain();
     });
+    QTimer::singleShot(10000, &loop, &QEventLoop::quit); // no announcement fails, not hangs
     loop.exec();
     QCOMPARE(seen, removal ? QVariant() : QVariant(qint64(2)));
     QVERIFY(seenRevision != before);

@@ -183,9 +183,9 @@ bool X11Workspace::isTaskbarWindow(quint32 window) const {
 std::optional<RunningApp> X11Workspace::frontmostApplication() const {
     if (connectionBroken())
         return std::nullopt;
-    // A change already announced but not yet read is taken now; its activation follows on
-    // the next turn of the event loop, as it would have from the socket notifier.
-    if (takeEvents())
+    // A change already in xcb's queue is taken now; its activation follows on the next turn
+    // of the event loop. What is still in the socket is the socket notifier's to read.
+    if (takeEvents(false))
         QMetaObject::invokeMethod(const_cast<X11Workspace*>(this),
                                   &X11Workspace::handleActiveWindowChange, Qt::QueuedConnection);
     return appForWindow(m_activeWindow);
@@ -194,7 +194,7 @@ std::optional<RunningApp> X11Workspace::frontmostApplication() const {
 QList<RunningApp> X11Workspace::runningApplications() const {
     if (connectionBroken())
         return {};
-    if (takeEvents())
+    if (takeEvents(false))
         QMetaObject::invokeMethod(const_cast<X11Workspace*>(this),
                                   &X11Workspace::handleActiveWindowChange, Qt::QueuedConnection);
     // Listed again only after the window manager changed the window list or the active
@@ -235,15 +235,19 @@ void X11Workspace::readEvents() {
         m_notifier->setEnabled(false);
         return;
     }
-    if (takeEvents())
+    if (takeEvents(true))
         handleActiveWindowChange();
 }
 
-bool X11Workspace::takeEvents() const {
+bool X11Workspace::takeEvents(bool readSocket) const {
     const quint32 activeAtom = atom("_NET_ACTIVE_WINDOW");
     const quint32 clientListAtom = atom("_NET_CLIENT_LIST");
     bool activeChanged = false;
-    while (xcb_generic_event_t* event = xcb_poll_for_event(m_connection)) {
+    const auto next = [&] {
+        return readSocket ? xcb_poll_for_event(m_connection)
+                          : xcb_poll_for_queued_event(m_connection);
+    };
+    while (xcb_generic_event_t* event = next()) {
         if ((event->response_type & 0x7f) == XCB_PROPERTY_NOTIFY) {
             const auto* p = reinterpret_cast<xcb_property_notify_event_t*>(event);
             if (p->window == m_root && p->atom == activeAtom) {

@@ -46,8 +46,9 @@ private:
     std::optional<RunningApp> appForWindow(quint32 window) const;
     bool isTaskbarWindow(quint32 window) const;
     void scheduleEventDrain() const;
-    // Takes the events already received; true when the active window changed.
-    bool takeEvents() const;
+    // Takes the events already received (with readSocket, also those waiting in the socket);
+    // true when the active window changed.
+    bool takeEvents(bool readSocket) const;
     void handleActiveWindowChange();
     bool connectionBroken() const;
 
