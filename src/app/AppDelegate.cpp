@@ -4,10 +4,10 @@
 #include "DashboardWindows.h"
 #include "GnomeShellBackend.h"
 #include "PreferencesActions.h"
+#include "PrivateModules.h"
 #include "Sensors.h"
 #include "StatusMenu.h"
 #include "StatusPresenter.h"
-#include "UiLibrary.h"
 
 #include "model/AppEvents.h"
 #include "model/AppPreferences.h"
@@ -105,11 +105,13 @@ bool AppDelegate::applicationDidFinishLaunching(std::unique_ptr<StatusItem> stat
     m_export = std::make_unique<ExportManager>(*m_store, m_defaults, m_clock, *m_fileChooser,
                                                *m_clipboard);
     // The hourly check runs in a short-lived child (this program's own `update --check`), so
-    // the TLS libraries are never loaded into this long-lived process for it.
+    // the network and TLS libraries are never loaded into this long-lived process for it;
+    // only a download the user asks for loads them, and the app quits after it.
     UpdateChecker::Options updateOptions;
     updateOptions.checkProgram = QCoreApplication::applicationFilePath();
     updateOptions.checkArguments = {QStringLiteral("update"), QStringLiteral("--check"),
                                     QStringLiteral("--json")};
+    updateOptions.makeFetcher = &PrivateModules::createHttpFetcher;
     m_updates = std::make_unique<UpdateChecker>(*m_opener, updateOptions);
 
     // Settings, announcements and launch at login.
@@ -223,7 +225,7 @@ void AppDelegate::refreshMenu() {
 DashboardWindows* AppDelegate::windows() {
     if (!m_windows && !m_windowsFailed) {
         QString error;
-        const CreateDashboardWindows create = UiLibrary::createDashboardWindows(&error);
+        const CreateDashboardWindows create = PrivateModules::createDashboardWindows(&error);
         if (create)
             m_windows.reset(create(m_popoverModels, m_preferencesModels, m_ordinaryWindow, &error));
         if (!error.isEmpty())

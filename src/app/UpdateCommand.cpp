@@ -1,5 +1,6 @@
 // `mindmeter update --check [--json]`: one manifest check against the vendor's site.
 #include "CommandLine.h"
+#include "PrivateModules.h"
 
 #include "model/AppVersion.h"
 #include "platform/Opener.h"
@@ -34,7 +35,9 @@ int CommandLine::update(const QStringList& args) {
         return usageError(QStringLiteral("update needs --check"));
 
     NoOpener opener;
-    UpdateChecker checker(opener);
+    UpdateChecker::Options options;
+    options.makeFetcher = &PrivateModules::createHttpFetcher;
+    UpdateChecker checker(opener, options);
     UpdateChecker::CheckResult result;
     bool finished = false;
     QEventLoop loop;

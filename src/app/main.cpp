@@ -1,7 +1,7 @@
 #include "CommandLine.h"
 #include "SnapshotWorld.h"
 #include "TrayApplication.h"
-#include "UiLibrary.h"
+#include "PrivateModules.h"
 
 #include "platform/Clock.h"
 #include "platform/Defaults.h"
@@ -16,7 +16,7 @@ namespace {
 // library makes; every other verb runs without one.
 int runSnapshot(int argc, char* argv[]) {
     QString error;
-    const RunSnapshot snapshot = UiLibrary::runSnapshot(&error);
+    const RunSnapshot snapshot = PrivateModules::runSnapshot(&error);
     if (!snapshot) {
         std::fprintf(stderr, "mindmeter: cannot load the views: %s\n", qPrintable(error));
         return 1;

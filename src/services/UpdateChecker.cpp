@@ -7,14 +7,10 @@
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
-#include <QHostAddress>
 #include <QJsonDocument>
 #include <QJsonObject>
-#include <QNetworkAccessManager>
-#include <QNetworkReply>
 #include <QProcess>
 #include <QRegularExpression>
-#include <QSet>
 #include <QStandardPaths>
 #include <QSysInfo>
 #include <QTemporaryFile>
@@ -24,6 +20,7 @@
 #include <limits>
 #include <memory>
 
+#include <arpa/inet.h>
 #include <unistd.h>
 
 #ifndef MINDMETER_DEFAULT_VENDOR_URL
@@ -32,39 +29,18 @@
 
 namespace {
 
-const char* const refusalProperty = "mindmeterRefusal";
-
-// Stops a transfer and records why, so its finished handler reports that reason. The abort
-// is posted: aborting inside one of the reply's own signals can upset it, and the handlers
-// take no more data once a reason is recorded.
-void refuse(QNetworkReply* reply, const QString& reason) {
-    if (!reply->property(refusalProperty).toString().isEmpty())
-        return;
-    reply->setProperty(refusalProperty, reason);
-    QMetaObject::invokeMethod(reply, &QNetworkReply::abort, Qt::QueuedConnection);
-}
-
-QString refusalOf(const QNetworkReply* reply) {
-    return reply->property(refusalProperty).toString();
-}
-
-// An answer with an HTTP error status: its body is still read, as any other.
-bool isHttpErrorStatus(const QNetworkReply* reply) {
-    if (!reply->attribute(QNetworkRequest::HttpStatusCodeAttribute).isValid())
+// An IP address in the loopback range: 127.0.0.0/8, ::1, or 127.x mapped into IPv6.
+bool isLoopbackAddress(const QString& host) {
+    const QByteArray text = host.toLatin1();
+    in_addr v4{};
+    if (inet_pton(AF_INET, text.constData(), &v4) == 1)
+        return (ntohl(v4.s_addr) >> 24) == 127;
+    in6_addr v6{};
+    if (inet_pton(AF_INET6, text.constData(), &v6) != 1)
         return false;
-    const int e = reply->error();
-    return (e >= QNetworkReply::ContentAccessDenied && e <= QNetworkReply::UnknownContentError) ||
-           e == QNetworkReply::ProtocolInvalidOperationError ||
-           (e >= QNetworkReply::InternalServerError && e <= QNetworkReply::UnknownServerError);
-}
-
-QString transferError(const QNetworkReply* reply) {
-    const QString refusal = refusalOf(reply);
-    if (!refusal.isEmpty())
-        return refusal;
-    if (reply->error() == QNetworkReply::OperationCanceledError)
-        return QStringLiteral("the server stopped sending (timed out)");
-    return reply->errorString();
+    if (IN6_IS_ADDR_LOOPBACK(&v6))
+        return true;
+    return IN6_IS_ADDR_V4MAPPED(&v6) && v6.s6_addr[12] == 127;
 }
 
 // A piece of a version that is a decimal integer: an optional sign and digits, nothing else.
@@ -127,16 +103,7 @@ UpdateChecker::UpdateChecker(Opener& opener, Options options, QObject* parent)
     connect(&m_periodic, &QTimer::timeout, this, &UpdateChecker::checkForUpdates);
 }
 
-UpdateChecker::~UpdateChecker() {
-    // Replies still under way must not call back into a checker being destroyed.
-    if (!m_network)
-        return;
-    const QList<QNetworkReply*> replies = m_network->findChildren<QNetworkReply*>();
-    for (QNetworkReply* reply : replies) {
-        reply->disconnect();
-        reply->abort();
-    }
-}
+UpdateChecker::~UpdateChecker() = default;
 
 QString UpdateChecker::configuredVendorUrl() {
     const QString fromEnvironment = qEnvironmentVariable("MINDMETER_VENDOR_URL");
@@ -159,7 +126,7 @@ bool UpdateChecker::isAcceptableUrl(const QUrl& url, QString* reason) {
         return no(QStringLiteral("only https, or http to a loopback address, is allowed"));
     const QString host = url.host();
     if (host.compare(QLatin1String("localhost"), Qt::CaseInsensitive) == 0 ||
-        QHostAddress(host).isLoopback())
+        isLoopbackAddress(host))
         return true;
     return no(QStringLiteral("http is allowed only to a loopback address"));
 }
@@ -196,10 +163,16 @@ QString UpdateChecker::downloadsFolder() const {
 
 // --- Transfers ---------------------------------------------------------------------------
 
-QNetworkAccessManager* UpdateChecker::network() {
-    if (!m_network)
-        m_network = new QNetworkAccessManager(this);
-    return m_network;
+HttpFetcher* UpdateChecker::fetcher(QString* error) {
+    if (!m_fetcher && m_options.makeFetcher)
+        m_fetcher = m_options.makeFetcher(error);
+    else if (!m_fetcher)
+        *error = QStringLiteral("this process cannot go on line");
+    return m_fetcher.get();
+}
+
+void UpdateChecker::failLater(std::function<void()> report) {
+    QMetaObject::invokeMethod(this, std::move(report), Qt::QueuedConnection);
 }
 
 void UpdateChecker::checkInChild(std::function<void(const CheckResult&)> done) {
@@ -243,47 +216,16 @@ void UpdateChecker::checkInChild(std::function<void(const CheckResult&)> done) {
     child->start(QIODevice::ReadOnly);
 }
 
-QNetworkReply* UpdateChecker::get(const QUrl& url, const QByteArray& accept, int stallTimeoutMs,
-                                  int deadlineMs, qint64 bufferBytes) {
-    QNetworkRequest request(url);
-    request.setRawHeader("Accept", accept);
-    request.setAttribute(QNetworkRequest::CacheLoadControlAttribute,
-                         QNetworkRequest::AlwaysNetwork);
-    request.setAttribute(QNetworkRequest::CacheSaveControlAttribute, false);
-    request.setRawHeader("Cache-Control", "no-cache");
-    request.setRawHeader("Pragma", "no-cache");
-    // Every redirect is vetted below before it is followed.
-    request.setAttribute(QNetworkRequest::RedirectPolicyAttribute,
-                         QNetworkRequest::UserVerifiedRedirectPolicy);
-    request.setMaximumRedirectsAllowed(5);
-    request.setTransferTimeout(stallTimeoutMs);
-    QNetworkReply* reply = network()->get(request);
-    // Bounds memory: the network is not read faster than the handlers take the data.
-    reply->setReadBufferSize(bufferBytes);
-
-    const QString scheme = url.scheme().toLower();
-    auto visited =
-        std::make_shared<QSet<QUrl>>(QSet<QUrl>{url.adjusted(QUrl::NormalizePathSegments)});
-    connect(reply, &QNetworkReply::redirected, reply, [reply, scheme, visited](const QUrl& target) {
-        QString reason;
-        const QUrl normalized = target.adjusted(QUrl::NormalizePathSegments);
-        if (visited->contains(normalized))
-            refuse(reply, QStringLiteral("redirect loop: %1 leads back to itself")
-                              .arg(target.toString(QUrl::RemoveUserInfo)));
-        else if (target.scheme().toLower() != scheme)
-            refuse(reply, QStringLiteral("redirect to another scheme refused (%1)")
-                              .arg(target.toString(QUrl::RemoveUserInfo)));
-        else if (!isAcceptableUrl(target, &reason))
-            refuse(reply, QStringLiteral("redirect refused (%1): %2")
-                              .arg(target.toString(QUrl::RemoveUserInfo), reason));
-        else
-            emit reply->redirectAllowed();
-        visited->insert(normalized);
-    });
-    QTimer::singleShot(deadlineMs, reply, [reply] {
-        refuse(reply, QStringLiteral("the server took too long (timed out)"));
-    });
-    return reply;
+HttpFetcher::Request UpdateChecker::request(const QUrl& url, const QByteArray& accept,
+                                            qint64 maxBytes, const QString& tooLargeError,
+                                            int stallTimeoutMs, int deadlineMs) const {
+    return {url,
+            accept,
+            maxBytes,
+            tooLargeError,
+            stallTimeoutMs,
+            deadlineMs,
+            [](const QUrl& target, QString* reason) { return isAcceptableUrl(target, reason); }};
 }
 
 void UpdateChecker::checkForUpdates() {
@@ -291,53 +233,32 @@ void UpdateChecker::checkForUpdates() {
 }
 
 void UpdateChecker::check(std::function<void(const CheckResult&)> done) {
-    if (m_vendorUrl.isEmpty()) {
-        QMetaObject::invokeMethod(
-            this,
-            [this, done] {
-                done({false, m_vendorRefusal, {}, {}});
-            },
-            Qt::QueuedConnection);
-        return;
-    }
+    if (m_vendorUrl.isEmpty())
+        return failLater([this, done] { done({false, m_vendorRefusal, {}, {}}); });
     if (!m_options.checkProgram.isEmpty())
         return checkInChild(std::move(done));
-    QNetworkReply* reply = get(manifestUrl(), "application/json", m_options.requestTimeoutMs,
-                               m_options.requestTimeoutMs, maxManifestBytes + 1);
+    QString error;
+    HttpFetcher* http = fetcher(&error);
+    if (!http)
+        return failLater([done, error] { done({false, error, {}, {}}); });
     auto body = std::make_shared<QByteArray>();
-    auto tooLarge = [reply] {
-        refuse(reply, QStringLiteral("the manifest is larger than %1 bytes").arg(maxManifestBytes));
-    };
-    connect(reply, &QNetworkReply::metaDataChanged, reply, [reply, tooLarge] {
-        if (reply->header(QNetworkRequest::ContentLengthHeader).toLongLong() > maxManifestBytes)
-            tooLarge();
-    });
-    connect(reply, &QNetworkReply::readyRead, reply, [reply, body, tooLarge] {
-        if (!refusalOf(reply).isEmpty())
-            return;
-        body->append(reply->read(maxManifestBytes + 1 - body->size()));
-        if (body->size() > maxManifestBytes)
-            tooLarge();
-    });
-    connect(reply, &QNetworkReply::finished, this, [this, reply, body, done] {
-        reply->deleteLater();
-        if (refusalOf(reply).isEmpty() && reply->isOpen() && body->size() <= maxManifestBytes)
-            body->append(reply->read(maxManifestBytes + 1 - body->size()));
-        CheckResult result;
-        if (!refusalOf(reply).isEmpty() ||
-            (reply->error() != QNetworkReply::NoError && !isHttpErrorStatus(reply))) {
-            result.error = transferError(reply);
-        } else if (body->size() > maxManifestBytes) {
-            result.error =
-                QStringLiteral("the manifest is larger than %1 bytes").arg(maxManifestBytes);
-        } else {
+    http->get(
+        request(manifestUrl(), "application/json", maxManifestBytes,
+                QStringLiteral("the manifest is larger than %1 bytes").arg(maxManifestBytes),
+                m_options.requestTimeoutMs, m_options.requestTimeoutMs),
+        [body](const QByteArray& piece) {
+            body->append(piece);
+            return QString();
+        },
+        [this, body, done](const HttpFetcher::Reply& reply) {
             // The status is not looked at: an error page fails because it is not a manifest.
-            result = parseManifest(*body);
-        }
-        if (result.ok)
-            publish(result);
-        done(result);
-    });
+            const CheckResult result = reply.error.isEmpty()
+                                           ? parseManifest(*body)
+                                           : CheckResult{false, reply.error, {}, {}};
+            if (result.ok)
+                publish(result);
+            done(result);
+        });
 }
 
 UpdateChecker::CheckResult UpdateChecker::parseManifest(const QByteArray& body) {
@@ -389,15 +310,18 @@ void UpdateChecker::downloadAndOpenUpdate() {
 }
 
 void UpdateChecker::downloadAndOpenUpdate(std::function<void(bool)> completion) {
-    auto fail = [this, completion] {
-        QMetaObject::invokeMethod(
-            this, [completion] { completion(false); }, Qt::QueuedConnection);
-    };
+    auto fail = [this, completion] { failLater([completion] { completion(false); }); };
     const QString version = m_latestVersion.value_or(QString());
     const std::optional<QString> expected = m_latestSHA256;
     const QUrl url = packageUrl(version);
     if (m_downloading || url.isEmpty())
         return fail();
+    QString error;
+    HttpFetcher* http = fetcher(&error);
+    if (!http) {
+        qWarning("UpdateChecker: cannot download: %s", qUtf8Printable(error));
+        return fail();
+    }
 
     const QString staging = m_options.stagingFolder.isEmpty()
                                 ? QStandardPaths::writableLocation(QStandardPaths::CacheLocation) +
@@ -410,54 +334,37 @@ void UpdateChecker::downloadAndOpenUpdate(std::function<void(bool)> completion) 
 
     m_downloading = true;
     const qint64 cap = m_options.maxDownloadBytes;
-    QNetworkReply* reply =
-        get(url, "*/*", m_options.downloadStallTimeoutMs, m_options.downloadTimeoutMs, 1024 * 1024);
-    auto tooLarge = [reply, cap] {
-        refuse(reply, QStringLiteral("the package is larger than %1 bytes").arg(cap));
-    };
-    auto take = [reply, file, cap, tooLarge] {
-        if (!refusalOf(reply).isEmpty())
-            return;
-        const QByteArray data = reply->readAll();
-        if (file->size() + data.size() > cap)
-            return tooLarge();
-        if (file->write(data) != data.size())
-            refuse(reply, QStringLiteral("cannot write the download: %1").arg(file->errorString()));
-    };
-    connect(reply, &QNetworkReply::metaDataChanged, reply, [reply, cap, tooLarge] {
-        if (reply->header(QNetworkRequest::ContentLengthHeader).toLongLong() > cap)
-            tooLarge();
-    });
-    connect(reply, &QNetworkReply::readyRead, reply, take);
-    connect(reply, &QNetworkReply::finished, this,
-            [this, reply, file, take, expected, version, completion] {
-                reply->deleteLater();
-                m_downloading = false;
-                if (refusalOf(reply).isEmpty() && reply->error() == QNetworkReply::NoError)
-                    take();
-                const int status =
-                    reply->attribute(QNetworkRequest::HttpStatusCodeAttribute).toInt();
-                // Unlike the manifest, an error page is never saved as a package.
-                if (!refusalOf(reply).isEmpty() || reply->error() != QNetworkReply::NoError ||
-                    status < 200 || status > 299 || !file->flush())
+    http->get(
+        request(url, "*/*", cap, QStringLiteral("the package is larger than %1 bytes").arg(cap),
+                m_options.downloadStallTimeoutMs, m_options.downloadTimeoutMs),
+        [file](const QByteArray& piece) {
+            return file->write(piece) == piece.size()
+                       ? QString()
+                       : QStringLiteral("cannot write the download: %1").arg(file->errorString());
+        },
+        [this, file, expected, version, completion](const HttpFetcher::Reply& reply) {
+            m_downloading = false;
+            // Unlike the manifest, an error page is never saved as a package.
+            if (!reply.error.isEmpty() || reply.status < 200 || reply.status > 299 ||
+                !file->flush())
+                return completion(false);
+            if (expected) {
+                const std::optional<QString> got = streamSHA256(file->fileName());
+                if (!got || *got != *expected) {
+                    qWarning("UpdateChecker: SHA-256 mismatch \u2014 expected %s got %s",
+                             qUtf8Printable(*expected), got ? qUtf8Printable(*got) : "(null)");
                     return completion(false);
-                if (expected) {
-                    const std::optional<QString> got = streamSHA256(file->fileName());
-                    if (!got || *got != *expected) {
-                        qWarning("UpdateChecker: SHA-256 mismatch \u2014 expected %s got %s",
-                                 qUtf8Printable(*expected), got ? qUtf8Printable(*got) : "(null)");
-                        return completion(false);
-                    }
                 }
-                file->close();
-                const QString destination = downloadsFolder() + u'/' + packageFileName(version);
-                if (!install(file->fileName(), destination))
-                    return completion(false);
-                file->setAutoRemove(false); // it is the installed file now
-                completion(true);
-                m_opener.open(QUrl::fromLocalFile(destination));
-                QTimer::singleShot(m_options.quitDelayMs, this, [this] { m_options.quit(); });
-            });
+            }
+            file->close();
+            const QString destination = downloadsFolder() + u'/' + packageFileName(version);
+            if (!install(file->fileName(), destination))
+                return completion(false);
+            file->setAutoRemove(false); // it is the installed file now
+            completion(true);
+            m_opener.open(QUrl::fromLocalFile(destination));
+            QTimer::singleShot(m_options.quitDelayMs, this, [this] { m_options.quit(); });
+        });
 }
 
 bool UpdateChecker::install(const QString& stagedPath, const QString& destination) {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "platform/HttpFetcher.h"
 #include "platform/Opener.h"
 
 #include <QObject>
@@ -8,10 +9,8 @@
 #include <QUrl>
 
 #include <functional>
+#include <memory>
 #include <optional>
-
-class QNetworkAccessManager;
-class QNetworkReply;
 
 // Asks the vendor's site for the version manifest ("/version.json": {"version": "1.4.2",
 // "sha256": "<64 lower-case hex digits>"}), publishes whether it names a newer version, and on
@@ -59,6 +58,9 @@ public:
         // check. Empty: the check is made in this process.
         QString checkProgram;
         QStringList checkArguments;
+        // Makes the fetcher for a check in this process and for a download, on first use;
+        // null, with the reason in *error, when there is no network module.
+        std::function<std::unique_ptr<HttpFetcher>(QString* error)> makeFetcher;
     };
 
     // What one manifest check found; error says why it failed.
@@ -117,9 +119,12 @@ signals:
 
 private:
     void checkInChild(std::function<void(const CheckResult&)> done);
-    QNetworkAccessManager* network();
-    QNetworkReply* get(const QUrl& url, const QByteArray& accept, int stallTimeoutMs,
-                       int deadlineMs, qint64 bufferBytes);
+    HttpFetcher* fetcher(QString* error);
+    HttpFetcher::Request request(const QUrl& url, const QByteArray& accept, qint64 maxBytes,
+                                 const QString& tooLargeError, int stallTimeoutMs,
+                                 int deadlineMs) const;
+    // Reports a failure later, as a transfer would.
+    void failLater(std::function<void()> report);
     void publish(const CheckResult& result);
     bool install(const QString& stagedPath, const QString& destination);
     QString latestVersionText() const { return m_latestVersion.value_or(QString()); }
@@ -128,7 +133,7 @@ private:
     Options m_options;
     QUrl m_vendorUrl;
     QString m_vendorRefusal;
-    QNetworkAccessManager* m_network = nullptr; // made on first use
+    std::unique_ptr<HttpFetcher> m_fetcher; // made on first use
     QTimer m_periodic;
     bool m_downloading = false;
 

@@ -1,5 +1,4 @@
 import QtQuick
-import QtQuick.Controls
 import QtQuick.Layouts
 import Mindmeter
 
@@ -61,25 +60,35 @@ Rectangle {
             }
         }
         Item { Layout.fillHeight: true }
-        Button { // the prominent style: filled with the accent colour
+        Rectangle { // the prominent button: filled with the accent colour
             id: getStarted
             objectName: "getStarted"
-            text: "Get Started"
             Layout.alignment: Qt.AlignHCenter
             Layout.preferredWidth: 160
             Layout.preferredHeight: 30
-            onClicked: page.dismiss()
-            contentItem: Text {
-                text: getStarted.text
+            radius: 7
+            color: press.pressed ? Qt.darker(Theme.blue, 1.2) : Theme.blue
+            border.width: activeFocus ? 2 : 0
+            border.color: Qt.lighter(Theme.blue, 1.5)
+            activeFocusOnTab: true
+            Accessible.role: Accessible.Button
+            Accessible.name: label.text
+            Accessible.onPressAction: page.dismiss()
+            Keys.onReturnPressed: page.dismiss()
+            Keys.onEnterPressed: page.dismiss()
+            Keys.onSpacePressed: page.dismiss()
+            Text {
+                id: label
+                anchors.centerIn: parent
+                text: "Get Started"
                 color: "white"
                 font.pixelSize: 13
                 font.weight: Font.DemiBold
-                horizontalAlignment: Text.AlignHCenter
-                verticalAlignment: Text.AlignVCenter
             }
-            background: Rectangle {
-                radius: 7
-                color: getStarted.down ? Qt.darker(Theme.blue, 1.2) : Theme.blue
+            MouseArea {
+                id: press
+                anchors.fill: parent
+                onClicked: page.dismiss()
             }
         }
     }

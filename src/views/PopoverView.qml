@@ -1,6 +1,5 @@
 import QtQuick
 import Mindmeter
-import QtQuick.Controls
 import QtQuick.Layouts
 
 // The dashboard: the fixed header over a scrolling column of cards.
@@ -31,7 +30,6 @@ Rectangle {
             contentWidth: width
             contentHeight: dashboard.implicitHeight + 20
             boundsBehavior: Flickable.StopAtBounds
-            ScrollBar.vertical: ScrollBar { policy: ScrollBar.AsNeeded; visible: false }
             Dashboard {
                 id: dashboard
                 objectName: "dashboard"

@@ -23,6 +23,7 @@ const QString appId = QStringLiteral("com.mindmeter.Mindmeter");
 const QString gnomeExtension =
     QStringLiteral("share/gnome-shell/extensions/mindmeter@mindmeter.app");
 const QString coreLibrary = QStringLiteral("lib/mindmeter/core/libmindmeter-core.so");
+const QString networkModule = QStringLiteral("lib/mindmeter/network/mindmeter-network.so");
 const QList<int> iconSizes = {16, 22, 24, 32, 48, 64, 128, 256};
 
 QString iconPath(int size) {
@@ -35,8 +36,9 @@ QStringList installedFiles() {
     QStringList f = {"bin/mindmeter", coreLibrary,
                      // The windows and views, loaded by the program when first wanted.
                      "lib/mindmeter/ui/mindmeter-ui.so", "lib/systemd/user/mindmeter-track.service",
-                     "share/applications/" + appId + ".desktop", "share/doc/mindmeter/changelog.gz",
-                     "share/doc/mindmeter/copyright",
+                     // The network, loaded by the update check and its download.
+                     networkModule, "share/applications/" + appId + ".desktop",
+                     "share/doc/mindmeter/changelog.gz", "share/doc/mindmeter/copyright",
                      // The GNOME Shell extension that shows the front application on Wayland.
                      gnomeExtension + "/extension.js", gnomeExtension + "/frontApplication.js",
                      gnomeExtension + "/metadata.json",
@@ -201,7 +203,8 @@ void DebianPackageTest::controlFieldsAndFiles() {
 void DebianPackageTest::dependsCoverWhatTheProgramLoads() {
     // The libraries it and its core link directly, found where the loader finds them.
     int libraries = 0;
-    for (const QString& binary : {installed("bin/mindmeter"), installed(coreLibrary)}) {
+    for (const QString& binary :
+         {installed("bin/mindmeter"), installed(coreLibrary), installed(networkModule)}) {
         const ProcessResult dynamic = runProcess("readelf", {"-d", binary});
         const ProcessResult ldd = runProcess("ldd", {binary});
         QCOMPARE(ldd.exitCode, 0);
@@ -222,6 +225,12 @@ void DebianPackageTest::dependsCoverWhatTheProgramLoads() {
         }
     }
     QVERIFY(libraries >= 10);
+    // Installed, the update check finds its module: it fails on the closed port, not earlier.
+    QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+    env.insert("MINDMETER_VENDOR_URL", "http://127.0.0.1:9");
+    const ProcessResult check = runProcess(installed("bin/mindmeter"), {"update", "--check"}, env);
+    QCOMPARE(check.exitCode, 1);
+    QVERIFY2(check.err.contains("update check failed: Connection refused"), check.err);
 
     // The QML modules its views import, with what they import in turn, and the Fusion style
     // the program selects. QtQml itself is built into the QML library.

@@ -1,5 +1,6 @@
 #include "LocalHttpServer.h"
 
+#include "platform/network/QtHttpFetcher.h"
 #include "services/UpdateChecker.h"
 
 #include <QCryptographicHash>
@@ -77,6 +78,7 @@ std::unique_ptr<UpdateChecker> UpdateCheckerTest::makeChecker(const QString& ven
     options.maxDownloadBytes = 256 * 1024;
     options.quitDelayMs = 0;
     options.quit = [this] { ++m_quits; };
+    options.makeFetcher = [](QString*) { return std::make_unique<QtHttpFetcher>(); };
     return std::make_unique<UpdateChecker>(m_opener, options);
 }
 

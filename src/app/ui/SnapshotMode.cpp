@@ -10,7 +10,6 @@
 #include <QQmlComponent>
 #include <QQmlEngine>
 #include <QQuickItem>
-#include <QQuickStyle>
 #include <QQuickWindow>
 
 #include <cstdio>
@@ -196,8 +195,8 @@ int SnapshotMode::run(int argc, char* argv[], const QString& directory,
     if (!qEnvironmentVariableIsSet("QT_QPA_PLATFORM"))
         qputenv("QT_QPA_PLATFORM", "offscreen");
     QQuickWindow::setGraphicsApi(QSGRendererInterface::Software);
+    qputenv("QT_QUICK_CONTROLS_STYLE", "Fusion");
     QGuiApplication app(argc, argv);
-    QQuickStyle::setStyle(QStringLiteral("Fusion"));
     QLocale::setDefault(QLocale(QLocale::English, QLocale::UnitedStates));
 
     if (!Symbols::loadFont()) {

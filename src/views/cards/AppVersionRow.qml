@@ -1,5 +1,4 @@
 import QtQuick
-import QtQuick.Controls
 import QtQuick.Layouts
 import Mindmeter
 
@@ -42,11 +41,18 @@ RowLayout {
         RowLayout {
             id: updateContent
             spacing: 4
-            BusyIndicator {
+            Symbol {
                 visible: row.isDownloading
-                running: row.isDownloading
-                Layout.preferredWidth: 14
-                Layout.preferredHeight: 14
+                name: "arrow.triangle.2.circlepath"
+                size: 12
+                color: Theme.orange
+                RotationAnimator on rotation {
+                    running: row.isDownloading
+                    from: 0
+                    to: 360
+                    duration: 1200
+                    loops: Animation.Infinite
+                }
             }
             Symbol {
                 visible: !row.isDownloading
