@@ -6,7 +6,7 @@ set -euo pipefail
 packages=(
     # Build
     build-essential cmake ninja-build pkg-config
-    qt6-base-dev libsqlite3-dev libxcb1-dev libxcb-screensaver0-dev
+    qt6-base-dev libsqlite3-dev libxcb1-dev libxcb-screensaver0-dev libxcb-sync-dev
     liblz4-dev
     # Build: the Wayland client library and the protocol definitions it is generated from
     libwayland-dev libwayland-bin wayland-protocols plasma-wayland-protocols

@@ -98,8 +98,9 @@ std::unique_ptr<DesktopBackend> x11(Session& s, QString* why) {
             "application will be seen in front");
     // Xwayland has no MIT-SCREEN-SAVER; a Wayland session may still say when input stops.
     QString x11Why;
-    std::unique_ptr<IdleSource> idle = X11IdleSource::open(&x11Why);
-    QString idleName = QStringLiteral("MIT-SCREEN-SAVER");
+    std::unique_ptr<X11IdleSource> x11Idle = X11IdleSource::open(s.clock, &x11Why);
+    QString idleName = x11Idle ? x11Idle->mechanism() : QString();
+    std::unique_ptr<IdleSource> idle = std::move(x11Idle);
     if (!idle && s.compositor(nullptr)) {
         std::unique_ptr<WaylandIdleSource> waylandIdle =
             WaylandIdleSource::open(s.wayland, s.clock, nullptr);
