@@ -40,6 +40,8 @@ X11Workspace::X11Workspace(xcb_connection_t* connection, int screen, AppIdentity
     const uint32_t mask = XCB_EVENT_MASK_PROPERTY_CHANGE;
     xcb_change_window_attributes(connection, m_root, XCB_CW_EVENT_MASK, &mask);
     xcb_flush(connection);
+    m_activeWindowAtom = atom("_NET_ACTIVE_WINDOW");
+    m_clientListAtom = atom("_NET_CLIENT_LIST");
 
     m_notifier = std::make_unique<QSocketNotifier>(xcb_get_file_descriptor(connection),
                                                    QSocketNotifier::Read);
@@ -127,13 +129,13 @@ QList<quint32> X11Workspace::windowList(quint32 window, quint32 prop) const {
 }
 
 quint32 X11Workspace::activeWindow() const {
-    const QList<quint32> w = windowList(m_root, atom("_NET_ACTIVE_WINDOW"));
+    const QList<quint32> w = windowList(m_root, m_activeWindowAtom);
     return w.isEmpty() ? 0 : w.first();
 }
 
 bool X11Workspace::hasActiveWindowSupport() const {
     const QList<quint32> supported = windowList(m_root, atom("_NET_SUPPORTED"));
-    return supported.contains(atom("_NET_ACTIVE_WINDOW"));
+    return supported.contains(m_activeWindowAtom);
 }
 
 std::optional<RunningApp> X11Workspace::appForWindow(quint32 window) const {
@@ -201,7 +203,7 @@ QList<RunningApp> X11Workspace::runningApplications() const {
     // window; a window's type and taskbar state are read when the list is made.
     if (m_running)
         return *m_running;
-    const QList<quint32> clients = windowList(m_root, atom("_NET_CLIENT_LIST"));
+    const QList<quint32> clients = windowList(m_root, m_clientListAtom);
     // Forget windows that are gone, so the cache stays as large as the desktop.
     for (auto it = m_appsByWindow.begin(); it != m_appsByWindow.end();)
         it = clients.contains(it.key()) ? std::next(it) : m_appsByWindow.erase(it);
@@ -240,8 +242,6 @@ void X11Workspace::readEvents() {
 }
 
 bool X11Workspace::takeEvents(bool readSocket) const {
-    const quint32 activeAtom = atom("_NET_ACTIVE_WINDOW");
-    const quint32 clientListAtom = atom("_NET_CLIENT_LIST");
     bool activeChanged = false;
     const auto next = [&] {
         return readSocket ? xcb_poll_for_event(m_connection)
@@ -250,9 +250,9 @@ bool X11Workspace::takeEvents(bool readSocket) const {
     while (xcb_generic_event_t* event = next()) {
         if ((event->response_type & 0x7f) == XCB_PROPERTY_NOTIFY) {
             const auto* p = reinterpret_cast<xcb_property_notify_event_t*>(event);
-            if (p->window == m_root && p->atom == activeAtom) {
+            if (p->window == m_root && p->atom == m_activeWindowAtom) {
                 activeChanged = true;
-            } else if (p->window == m_root && p->atom == clientListAtom) {
+            } else if (p->window == m_root && p->atom == m_clientListAtom) {
                 m_appsByWindow.clear(); // window ids may be reused
                 m_running.reset();
             }

@@ -54,6 +54,9 @@ private:
 
     xcb_connection_t* m_connection = nullptr;
     quint32 m_root = 0;
+    // The atoms every event is compared with, interned once.
+    quint32 m_activeWindowAtom = 0;
+    quint32 m_clientListAtom = 0;
     AppIdentityResolver& m_resolver;
     std::unique_ptr<QSocketNotifier> m_notifier;
     LogindWakeWatcher* m_wakeWatcher = nullptr;
