@@ -41,20 +41,32 @@ Q_LOGGING_CATEGORY(lcApp, "mindmeter.app")
 
 namespace {
 
-// Asks the kernel to drop this process's resident pages of the windows' libraries (Qt Quick,
-// QML and the UI library), which stay loaded once the windows are let go: read-only mappings
-// only, and pages no other process maps. They are read in again if the windows come back.
-void releaseWindowLibraryPages() {
+// The files mapped into this process now, by path.
+QSet<QByteArray> mappedFiles() {
+    QSet<QByteArray> paths;
+    QFile maps(QStringLiteral("/proc/self/maps"));
+    if (!maps.open(QIODevice::ReadOnly))
+        return paths;
+    for (const QByteArray& line : maps.readAll().split('\n')) {
+        const QList<QByteArray> fields = line.simplified().split(' ');
+        if (fields.size() >= 6 && fields.at(5).startsWith('/'))
+            paths.insert(fields.at(5));
+    }
+    return paths;
+}
+
+// Asks the kernel to drop this process's resident pages of the files mapped since `before`
+// (the windows' libraries: Qt Quick, QML and what they load, the UI library, fonts), which
+// stay loaded once the windows are let go: read-only mappings only, and pages no other
+// process maps. They are read in again if the windows come back.
+void releasePagesMappedSince(const QSet<QByteArray>& before) {
     QFile maps(QStringLiteral("/proc/self/maps"));
     if (!maps.open(QIODevice::ReadOnly))
         return;
     for (const QByteArray& line : maps.readAll().split('\n')) {
         const QList<QByteArray> fields = line.simplified().split(' ');
-        if (fields.size() < 6 || fields.at(1).size() < 2 || fields.at(1).at(1) == 'w')
-            continue;
-        const QByteArray& path = fields.at(5);
-        if (!path.contains("libQt6Quick") && !path.contains("libQt6Qml") &&
-            !path.contains("mindmeter-ui"))
+        if (fields.size() < 6 || fields.at(1).size() < 2 || fields.at(1).at(1) == 'w' ||
+            !fields.at(5).startsWith('/') || before.contains(fields.at(5)))
             continue;
         const QList<QByteArray> range = fields.at(0).split('-');
         bool okStart = false, okEnd = false;
@@ -224,6 +236,8 @@ void AppDelegate::refreshMenu() {
 
 DashboardWindows* AppDelegate::windows() {
     if (!m_windows && !m_windowsFailed) {
+        if (!m_filesBeforeWindows)
+            m_filesBeforeWindows = mappedFiles();
         QString error;
         const CreateDashboardWindows create = PrivateModules::createDashboardWindows(&error);
         if (create)
@@ -243,7 +257,7 @@ void AppDelegate::releaseWindows() {
         return;
     m_windows.reset();
     malloc_trim(0);
-    releaseWindowLibraryPages();
+    releasePagesMappedSince(m_filesBeforeWindows.value_or(QSet<QByteArray>()));
 }
 
 void AppDelegate::togglePopover(QPoint anchor) {

@@ -5,10 +5,12 @@
 
 #include <QObject>
 #include <QPoint>
+#include <QSet>
 #include <QTimer>
 #include <QVariantMap>
 
 #include <memory>
+#include <optional>
 
 class AppEvents;
 class CategoriesModel;
@@ -113,6 +115,8 @@ private:
     QVariantMap m_preferencesModels;
     bool m_ordinaryWindow = false;
     std::unique_ptr<DashboardWindows> m_windows;
+    // What was mapped before the windows were first made: what is not, they brought.
+    std::optional<QSet<QByteArray>> m_filesBeforeWindows;
     bool m_windowsFailed = false;
     QTimer m_windowsRelease;
     bool m_started = false;
