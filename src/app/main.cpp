@@ -1,7 +1,7 @@
 #include "CommandLine.h"
+#include "PrivateModules.h"
 #include "SnapshotWorld.h"
 #include "TrayApplication.h"
-#include "PrivateModules.h"
 
 #include "platform/Clock.h"
 #include "platform/Defaults.h"
