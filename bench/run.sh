@@ -16,7 +16,8 @@ if [ "${1:-}" = --update ]; then
     update=1
     shift
 fi
-build=${1:-$root/build}
+# Absolute: the callgrind run below starts from a folder of its own.
+build=$(realpath -m "${1:-$root/build}")
 "$root/scripts/build.sh" "$build"
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
