@@ -1,47 +1,81 @@
 #include "TrackingLock.h"
 
-#include <QCoreApplication>
+#include <QFile>
 
 #include <cerrno>
+#include <cstring>
 
-#include <signal.h>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace {
+
+flock wholeFile(short type) {
+    flock lock{};
+    lock.l_type = type;
+    lock.l_whence = SEEK_SET;
+    return lock; // l_start 0 and l_len 0: the whole file, however long
+}
+
+} // namespace
 
 TrackingLock::TrackingLock(const QString& dataFolder)
     : m_folder(dataFolder)
-    , m_lock(dataFolder + QStringLiteral("/tracking.lock")) {
-    m_lock.setStaleLockTime(0); // stale only when its process is gone
+    , m_path(dataFolder + QStringLiteral("/tracking.lock")) {}
+
+TrackingLock::~TrackingLock() {
+    release();
+}
+
+void TrackingLock::release() {
+    if (m_fd >= 0)
+        ::close(m_fd); // closing drops the record lock
+    m_fd = -1;
 }
 
 bool TrackingLock::tryLock(QString* why) {
-    if (m_lock.tryLock(0))
+    if (m_fd >= 0)
         return true;
-    qint64 pid = 0;
-    QString host, app;
-    m_lock.getLockInfo(&pid, &host, &app);
-    // A holder that has just died can keep its lock a moment longer: a child it was starting
-    // holds the file open until the child runs its own program. Wait that moment out.
-    if (m_lock.error() == QLockFile::LockFailedError && pid > 0 && ::kill(pid_t(pid), 0) != 0 &&
-        errno == ESRCH && m_lock.tryLock(3000))
+    const int fd =
+        ::open(QFile::encodeName(m_path).constData(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
+    if (fd < 0) {
+        if (why)
+            *why = QStringLiteral("cannot take the tracking lock in %1: %2")
+                       .arg(m_folder, QString::fromLocal8Bit(std::strerror(errno)));
+        return false;
+    }
+    flock lock = wholeFile(F_WRLCK);
+    if (::fcntl(fd, F_SETLK, &lock) == 0) {
+        m_fd = fd;
+        // The holder's number, for a person looking at the folder; the lock is what counts,
+        // so a failure to write it changes nothing.
+        const QByteArray pid = QByteArray::number(qint64(::getpid())) + '\n';
+        [[maybe_unused]] const bool noted =
+            ::ftruncate(fd, 0) == 0 && ::pwrite(fd, pid.constData(), size_t(pid.size()), 0) > 0;
         return true;
-    if (why)
-        *why = m_lock.error() == QLockFile::LockFailedError
-                   ? QStringLiteral("tracking is already running (process %1)").arg(pid)
-                   : QStringLiteral("cannot take the tracking lock in %1").arg(m_folder);
+    }
+    const int lockError = errno;
+    flock holder = wholeFile(F_WRLCK);
+    const bool held = (lockError == EAGAIN || lockError == EACCES) &&
+                      ::fcntl(fd, F_GETLK, &holder) == 0 && holder.l_type != F_UNLCK;
+    ::close(fd);
+    if (held && why)
+        *why = QStringLiteral("tracking is already running (process %1)").arg(holder.l_pid);
+    else if (why)
+        *why = QStringLiteral("cannot take the tracking lock in %1: %2")
+                   .arg(m_folder, QString::fromLocal8Bit(std::strerror(lockError)));
     return false;
 }
 
 bool TrackingLock::retake(QString* why) {
-    qint64 pid = 0;
-    QString host, app;
-    if (m_lock.getLockInfo(&pid, &host, &app)) {
-        if (pid == QCoreApplication::applicationPid())
-            return true; // still ours
-        if (why)
-            *why = QStringLiteral("tracking is already running (process %1)").arg(pid);
-        return false;
-    }
-    // The file is gone: forget it (unlock() would remove only a file still there) and take
-    // a new one.
-    m_lock.unlock();
+    struct stat held {
+    }, named{};
+    if (m_fd >= 0 && ::fstat(m_fd, &held) == 0 &&
+        ::stat(QFile::encodeName(m_path).constData(), &named) == 0 && held.st_dev == named.st_dev &&
+        held.st_ino == named.st_ino)
+        return true; // the file is still the one this process locked
+    // The file is gone or another in its place: let the old one go and lock the one there now.
+    release();
     return tryLock(why);
 }

@@ -3,13 +3,16 @@
 // the whole day again once writing works, and leave a store that opens and checks whole;
 // the command line must say what failed too. A data file SQLite finds damaged is kept aside by
 // the tray app, which counts on in a new one. A stop signal while starting ends either
-// program cleanly. A full disk is a file-size limit (RLIMIT_FSIZE), which needs no privilege,
+// program cleanly. The tracking lock dies with its holder, whatever the holder's children do.
+// A full disk is a file-size limit (RLIMIT_FSIZE), which needs no privilege,
 // so the case runs the same everywhere.
 
 #include "RunProcess.h"
 #include "SqliteIntegrity.h"
 #include "TrackerProcess.h"
 #include "X11Windows.h"
+
+#include "app/TrackingLock.h"
 
 #include "model/SessionCodec.h"
 #include "store/DayKeys.h"
@@ -27,6 +30,7 @@
 #include <sys/prctl.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <linux/capability.h>
@@ -75,6 +79,7 @@ private slots:
     void damagedFileIsSetAside();
     void stopSignalDuringStartUp_data();
     void stopSignalDuringStartUp();
+    void lockOutlivesNoKilledHolder();
 
 private:
     // Today's stored sessions, read without creating anything.
@@ -308,6 +313,47 @@ void StoreFaultsTest::stopSignalDuringStartUp() {
     QCOMPARE(m_tracker->process().exitStatus(), QProcess::NormalExit);
     QCOMPARE(m_tracker->process().exitCode(), 0);
     QCOMPARE(integrity(m_tracker->databasePath()), QString("ok"));
+}
+
+// --- The tracking lock -------------------------------------------------------------------------
+
+void StoreFaultsTest::lockOutlivesNoKilledHolder() {
+    // A tracker killed while a child it forked has not yet run its own program: that child
+    // has every file the tracker had open, and may linger. It must not keep the next one out.
+    QTemporaryDir dir;
+    int pipeFds[2];
+    QVERIFY(::pipe(pipeFds) == 0);
+    const pid_t holder = ::fork();
+    QVERIFY(holder >= 0);
+    if (holder == 0) {
+        TrackingLock lock(dir.path());
+        pid_t child = -1;
+        if (lock.tryLock(nullptr) && (child = ::fork()) == 0)
+            for (;;)
+                ::pause();
+        if (::write(pipeFds[1], &child, sizeof child) != sizeof child)
+            ::_exit(1);
+        for (;;)
+            ::pause();
+    }
+    pid_t lingering = -1;
+    QCOMPARE(::read(pipeFds[0], &lingering, sizeof lingering), ssize_t(sizeof lingering));
+    ::close(pipeFds[0]);
+    ::close(pipeFds[1]);
+    QVERIFY(lingering > 0);
+    const auto reap = [](pid_t pid) {
+        ::kill(pid, SIGKILL);
+        ::waitpid(pid, nullptr, 0);
+    };
+
+    TrackingLock next(dir.path());
+    QString why;
+    QVERIFY(!next.tryLock(&why));
+    QCOMPARE(why, QStringLiteral("tracking is already running (process %1)").arg(holder));
+    reap(holder);
+    const bool taken = next.tryLock(&why);
+    ::kill(lingering, SIGKILL); // not ours to reap: it went to the holder's parent's reaper
+    QVERIFY2(taken, qPrintable(why));
 }
 
 QTEST_GUILESS_MAIN(StoreFaultsTest)
