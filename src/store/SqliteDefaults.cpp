@@ -312,7 +312,7 @@ bool SqliteDefaults::ensureWritableConnection() {
             this,
             [this] {
                 if (m_watcher)
-                    m_watcher->addPaths({m_path, m_path + QStringLiteral("-wal")});
+                    watchFiles();
                 emit recreated();
             },
             Qt::QueuedConnection);
@@ -593,8 +593,7 @@ void SqliteDefaults::validateCache() const {
     // empties the kept values (checkExternalChange), so reads on this object's thread, in its
     // event loop, trust them and touch no file. Elsewhere every read looks at the version.
     QThread* current = QThread::currentThread();
-    if (current == thread() && current->loopLevel() > 0 && m_watcher &&
-        m_watcher->files().size() == 2)
+    if (current == thread() && current->loopLevel() > 0 && m_watchingBoth)
         return;
     const qint64 version = dataVersionLocked();
     if (version < 0 || version != m_cacheDataVersion) {
@@ -608,13 +607,19 @@ void SqliteDefaults::watchForExternalChanges() {
         return;
     m_seenDataVersion = dataVersion();
     m_watcher = new QFileSystemWatcher(this);
-    // Commits land in the write-ahead log; a checkpoint rewrites the main file.
-    m_watcher->addPaths({m_path, m_path + QStringLiteral("-wal")});
+    watchFiles();
     connect(m_watcher, &QFileSystemWatcher::fileChanged, this, [this](const QString& file) {
         if (!m_watcher->files().contains(file) && QFileInfo::exists(file))
             m_watcher->addPath(file); // replaced rather than written: watch the new file
+        m_watchingBoth = m_watcher->files().size() == 2;
         checkExternalChange();
     });
+}
+
+void SqliteDefaults::watchFiles() {
+    // Commits land in the write-ahead log; a checkpoint rewrites the main file.
+    m_watcher->addPaths({m_path, m_path + QStringLiteral("-wal")});
+    m_watchingBoth = m_watcher->files().size() == 2;
 }
 
 void SqliteDefaults::checkExternalChange() {

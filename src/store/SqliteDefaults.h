@@ -89,6 +89,7 @@ private:
     bool ensureWritableConnection();
     void closeConnection();
     void checkExternalChange();
+    void watchFiles();
     bool writeFailed(); // always false; called with the mutex held
     qint64 dataVersion() const;
     qint64 dataVersionLocked() const;
@@ -107,6 +108,8 @@ private:
     sqlite3_stmt* m_statements[6] = {};
     sqlite3_stmt* m_derivedStatements[3] = {};
     QFileSystemWatcher* m_watcher = nullptr;
+    // Both the file and its write-ahead log are watched: only then are kept values trusted.
+    bool m_watchingBoth = false;
     qint64 m_seenDataVersion = -1;
     // The device and inode of the file this connection has open.
     std::pair<quint64, quint64> m_identity{0, 0};
