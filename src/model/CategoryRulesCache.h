@@ -12,6 +12,10 @@ public:
         : m_defaults(defaults) {}
 
     const CategoryRules& current() {
+        const quint64 stamp = m_defaults.changeStamp();
+        if (m_loaded && stamp == m_stamp)
+            return m_rules; // nothing at all was written since
+        m_stamp = stamp;
         const quint64 revision = m_defaults.revision(CategoryRules::key);
         if (!m_loaded || revision != m_revision) {
             m_rules = CategoryRules::read(m_defaults);
@@ -27,5 +31,6 @@ private:
     const Defaults& m_defaults;
     CategoryRules m_rules;
     quint64 m_revision = 0;
+    quint64 m_stamp = 0;
     bool m_loaded = false;
 };

@@ -30,6 +30,10 @@ public:
     // A number that changes whenever the key is written or removed; 0 when absent.
     // Lets readers cache what they decoded from a value.
     virtual quint64 revision(const QString& key) const;
+    // A number that differs from every earlier answer once any value may have changed, so a
+    // reader that asks often can keep what it read until then. This base never knows: every
+    // answer is new. A store told of every change answers from memory.
+    virtual quint64 changeStamp() const { return ++m_unknownChanges; }
     // Where the values are kept (a file's path), for messages; empty when nowhere on disk.
     virtual QString path() const { return {}; }
     // Why the last read or write failed, for messages; empty when nothing is known.
@@ -59,4 +63,7 @@ public:
 signals:
     // Emitted after a write or removal made through this object.
     void valueChanged(const QString& key);
+
+private:
+    mutable quint64 m_unknownChanges = 0;
 };

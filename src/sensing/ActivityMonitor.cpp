@@ -79,7 +79,7 @@ void ActivityMonitor::flushAccumulated() {
 
 void ActivityMonitor::tick() {
     const double idleSeconds = m_idle.secondsSinceLastInput();
-    const double timeout = AppPreferences::idleTimeout(m_defaults);
+    const double timeout = m_idleTimeout();
 
     if (idleSeconds <= timeout) {
         // Only discards time gathered while no category was set.

@@ -1,11 +1,13 @@
 #pragma once
 
 #include "model/AppCategory.h"
+#include "model/AppPreferences.h"
 #include "model/CategoryRulesCache.h"
 #include "model/TokenType.h"
 #include "platform/Clock.h"
 #include "platform/Defaults.h"
 #include "platform/IdleSource.h"
+#include "platform/KeptSetting.h"
 #include "platform/Workspace.h"
 
 #include <QDateTime>
@@ -109,6 +111,7 @@ private:
     double m_accumulatedSecs = 0;
     std::optional<AppCategory> m_currentCategory;
     CategoryRulesCache m_rules;
+    KeptSetting<double> m_idleTimeout{m_defaults, &AppPreferences::idleTimeout};
     quint64 m_categoryRulesRevision = 0; // of the rules m_currentCategory was resolved with
     std::optional<qint64> m_idleStartMs; // on the clock's elapsed-time scale
     bool m_claudeCodeRunning = false;

@@ -201,7 +201,14 @@ void SessionContextEngine::tick() {
 
     m_switchLog.removeIf([&](const Switch& s) { return nowMs - s.elapsedMs > 3600 * 1000; });
     const qint64 count = m_switchLog.size();
-    const Mode mode = classify(front, running, count, m_rules.current());
+    const CategoryRules& rules = m_rules.current();
+    // Most ticks, an idle stretch's above all, change nothing the mode depends on.
+    const Classified inputs{front, running, count, m_rules.revision(), Mode::idle};
+    if (!m_classified || !m_classified->sameInputs(inputs)) {
+        m_classified = inputs;
+        m_classified->mode = classify(front, running, count, rules);
+    }
+    const Mode mode = m_classified->mode;
 
     // Published on a later turn of the event loop, and only when it changed; dropped if the
     // engine is gone by then.
@@ -218,7 +225,9 @@ void SessionContextEngine::tick() {
             Qt::QueuedConnection);
     }
 
-    // An idle user never gets the high-temperature alert.
-    const bool active = m_idle.secondsSinceLastInput() <= AppPreferences::idleTimeout(m_defaults);
-    emit temperatureCheckRequested(active ? m_store.temperature() : 0.0);
+    // An idle user never gets the high-temperature alert; the check hears so once a stretch.
+    const bool active = m_idle.secondsSinceLastInput() <= m_idleTimeout();
+    if (active || !m_toldIdle)
+        emit temperatureCheckRequested(active ? m_store.temperature() : 0.0);
+    m_toldIdle = !active;
 }

@@ -1,10 +1,12 @@
 #pragma once
 
+#include "model/AppPreferences.h"
 #include "model/CategoryRules.h"
 #include "model/CategoryRulesCache.h"
 #include "platform/Clock.h"
 #include "platform/Defaults.h"
 #include "platform/IdleSource.h"
+#include "platform/KeptSetting.h"
 #include "platform/Workspace.h"
 
 #include <QDateTime>
@@ -103,6 +105,19 @@ private:
 
     QStringList runningBundleIDs();
 
+    // What the mode was last worked out from, and the answer.
+    struct Classified {
+        QString front;
+        QStringList running;
+        qint64 switches = 0;
+        quint64 rulesRevision = 0;
+        Mode mode = Mode::idle;
+        bool sameInputs(const Classified& o) const {
+            return switches == o.switches && rulesRevision == o.rulesRevision && front == o.front &&
+                   running == o.running;
+        }
+    };
+
     Workspace& m_workspace;
     IdleSource& m_idle;
     DayStore& m_store;
@@ -110,6 +125,7 @@ private:
     const Clock& m_clock;
     Options m_options;
     CategoryRulesCache m_rules;
+    KeptSetting<double> m_idleTimeout{m_defaults, &AppPreferences::idleTimeout};
 
     Mode m_mode = Mode::idle;
     qint64 m_switchesLastHour = 0;
@@ -119,6 +135,8 @@ private:
     QList<Switch> m_switchLog;
     QString m_lastFrontApp;
     QStringList m_cachedRunning;
+    std::optional<Classified> m_classified;
+    bool m_toldIdle = false;
     // On the elapsed-time clock: asking it reads no time zone.
     std::optional<qint64> m_lastRunningFetchMs;
 };

@@ -458,6 +458,7 @@ bool SqliteDefaults::setValue(const QString& key, const QVariant& value) {
         const quint64 revision = QRandomGenerator::global()->generate64() | 1u;
         sqlite3_bind_int64(s, 4, qint64(revision >> 1));
         m_cache.remove(key); // read again, as stored
+        ++m_changeStamp;
         if (sqlite3_step(s) != SQLITE_DONE)
             return writeFailed();
     }
@@ -483,6 +484,7 @@ bool SqliteDefaults::remove(const QString& key) {
         const QByteArray k = key.toUtf8();
         sqlite3_bind_text(s, 1, k.constData(), int(k.size()), SQLITE_STATIC);
         m_cache.remove(key);
+        ++m_changeStamp;
         if (sqlite3_step(s) != SQLITE_DONE)
             return writeFailed();
         if (sqlite3_stmt* derived = m_derivedStatements[DeleteDerived]) {
@@ -586,20 +588,34 @@ qint64 SqliteDefaults::dataVersionLocked() const {
 void SqliteDefaults::forgetCache() const {
     m_cache.clear();
     m_cacheDataVersion = -1;
+    ++m_changeStamp;
 }
 
 void SqliteDefaults::validateCache() const {
     // While the file is watched, the watcher's announcement of another process's commit
     // empties the kept values (checkExternalChange), so reads on this object's thread, in its
     // event loop, trust them and touch no file. Elsewhere every read looks at the version.
-    QThread* current = QThread::currentThread();
-    if (current == thread() && current->loopLevel() > 0 && m_watchingBoth)
+    if (trustsKeptValues())
         return;
     const qint64 version = dataVersionLocked();
     if (version < 0 || version != m_cacheDataVersion) {
         m_cache.clear();
         m_cacheDataVersion = version;
+        ++m_changeStamp;
     }
+}
+
+bool SqliteDefaults::trustsKeptValues() const {
+    QThread* current = QThread::currentThread();
+    return current == thread() && current->loopLevel() > 0 && m_watchingBoth;
+}
+
+quint64 SqliteDefaults::changeStamp() const {
+    if (trustsKeptValues())
+        return m_changeStamp;
+    QMutexLocker lock(&m_mutex);
+    validateCache();
+    return m_changeStamp;
 }
 
 void SqliteDefaults::watchForExternalChanges() {
@@ -631,6 +647,7 @@ void SqliteDefaults::checkExternalChange() {
         if (version < 0 || version != m_cacheDataVersion) {
             m_cache.clear();
             m_cacheDataVersion = version;
+            ++m_changeStamp;
         }
     }
     if (version == m_seenDataVersion)

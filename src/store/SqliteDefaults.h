@@ -8,6 +8,7 @@
 #include <QHash>
 #include <QMutex>
 
+#include <atomic>
 #include <memory>
 #include <optional>
 #include <utility>
@@ -58,6 +59,7 @@ public:
     bool remove(const QString& key) override;
     QStringList keys() const override;
     quint64 revision(const QString& key) const override;
+    quint64 changeStamp() const override;
     // Kept in a table of their own in the same file.
     std::optional<QByteArray> derivedData(const QString& key, quint64 revision) const override;
     void keepDerivedData(const QList<Item>& items) const override;
@@ -97,6 +99,9 @@ private:
     // Empties the kept values when another process has committed since they were read.
     // Called with the mutex held.
     void validateCache() const;
+    // On this object's thread, in its event loop, with both files watched: every change is
+    // announced (checkExternalChange), so kept values need no look at the file.
+    bool trustsKeptValues() const;
     void forgetCache() const;
     bool prepare();
     sqlite3_stmt* statement(int index) const;
@@ -123,4 +128,6 @@ private:
     mutable QHash<QString, Cached> m_cache;
     // The data version the kept values were read at; -1 when none is known.
     mutable qint64 m_cacheDataVersion = -1;
+    // Moves on whenever kept values are dropped; read without the mutex where trusted.
+    mutable std::atomic<quint64> m_changeStamp{1};
 };

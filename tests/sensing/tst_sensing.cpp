@@ -421,6 +421,9 @@ void SensingTest::temperatureHandOff() {
     m_idle.seconds = 181; // idle by the time-out: never a high-temperature alert
     engineTick();
     QCOMPARE(checks.last().at(0).toDouble(), 0.0);
+    const qsizetype told = checks.size();
+    engineTick(); // still away: nothing new to hear
+    QCOMPARE(checks.size(), told);
 }
 
 // --- The browser tracker -----------------------------------------------------------------

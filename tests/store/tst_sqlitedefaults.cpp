@@ -88,7 +88,7 @@ void SqliteDefaultsTest::keptValuesFollowEveryWrite_data() {
 
 // A value read and kept while the event loop runs, with the file watched, is read again after
 // a write: at once after this object's own, and after another connection's once the watcher
-// has announced it.
+// has announced it. The change stamp stays put until then and moves with it.
 void SqliteDefaultsTest::keptValuesFollowEveryWrite() {
     QFETCH(bool, secondConnection);
     QFETCH(bool, removal);
@@ -100,15 +100,19 @@ void SqliteDefaultsTest::keptValuesFollowEveryWrite() {
     quint64 before = 0;
     QVariant seen;
     quint64 seenRevision = 0;
+    quint64 stampBefore = 0, stampAfter = 0;
     QEventLoop loop;
     const auto readAgain = [&] {
         seen = store->value("k");
         seenRevision = store->revision("k");
+        stampAfter = store->changeStamp();
         loop.quit();
     };
     QTimer::singleShot(0, &loop, [&] {
         QCOMPARE(store->value("k"), QVariant(qint64(1)));
         before = store->revision("k");
+        stampBefore = store->changeStamp();
+        QCOMPARE(store->changeStamp(), stampBefore);
         if (secondConnection)
             QObject::connect(store.get(), &Defaults::valueChanged, &loop, readAgain);
         QVERIFY(removal ? writer.remove("k") : writer.setInteger("k", 2));
@@ -120,6 +124,7 @@ void SqliteDefaultsTest::keptValuesFollowEveryWrite() {
     QCOMPARE(seen, removal ? QVariant() : QVariant(qint64(2)));
     QVERIFY(seenRevision != before);
     QCOMPARE(seenRevision == 0, removal);
+    QVERIFY(stampAfter != stampBefore);
 }
 
 QTEST_GUILESS_MAIN(SqliteDefaultsTest)
