@@ -138,6 +138,12 @@ bool X11IdleSource::setUpAlarms(int thresholdMs) {
 }
 
 void X11IdleSource::readEvents() {
+    // A lost server leaves its socket readable for good: stop listening, or the event loop
+    // would spin on it.
+    if (xcb_connection_has_error(m_connection)) {
+        m_notifier->setEnabled(false);
+        return;
+    }
     while (xcb_generic_event_t* event = xcb_poll_for_event(m_connection)) {
         if ((event->response_type & 0x7f) == m_syncEventBase + XCB_SYNC_ALARM_NOTIFY) {
             const auto* alarm = reinterpret_cast<xcb_sync_alarm_notify_event_t*>(event);
@@ -154,7 +160,7 @@ QString X11IdleSource::mechanism() const {
     return m_notifier ? QStringLiteral("SYNC IDLETIME") : QStringLiteral("MIT-SCREEN-SAVER");
 }
 
-double X11IdleSource::secondsSinceLastInput() const {
+[[gnu::hot]] double X11IdleSource::secondsSinceLastInput() const {
     if (m_notifier) {
         // A lost server sends no more alarms: the user counts as present, as below.
         if (!m_lastInputMs || xcb_connection_has_error(m_connection))
