@@ -27,8 +27,6 @@ ActivityMonitor::ActivityMonitor(DayStore& store, Workspace& workspace, IdleSour
     , m_options(std::move(options))
     , m_sessionStart(clock.now())
     , m_rules(defaults) {
-    m_tickTimer.setInterval(m_options.tickIntervalMs);
-    connect(&m_tickTimer, &QTimer::timeout, this, &ActivityMonitor::tick);
     connect(&m_store, &DayStore::historyPublished, this, [this] {
         emit tokenVelocityChanged();
         emit hourlyDataChanged();
@@ -77,7 +75,7 @@ void ActivityMonitor::flushAccumulated() {
         flush(m_accumulatedSecs / 60.0, *m_currentCategory);
 }
 
-void ActivityMonitor::tick() {
+[[gnu::hot]] void ActivityMonitor::tick() {
     const double idleSeconds = m_idle.secondsSinceLastInput();
     const double timeout = m_idleTimeout();
 

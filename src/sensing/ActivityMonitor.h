@@ -9,10 +9,10 @@
 #include "platform/IdleSource.h"
 #include "platform/KeptSetting.h"
 #include "platform/Workspace.h"
+#include "sensing/TickTimer.h"
 
 #include <QDateTime>
 #include <QObject>
-#include <QTimer>
 #include <QVariantList>
 
 #include <functional>
@@ -105,7 +105,7 @@ private:
     qint64 m_currentRate = 0;
     bool m_isTracking = false;
 
-    QTimer m_tickTimer;
+    TickTimer<ActivityMonitor, &ActivityMonitor::tick> m_tickTimer{this, m_options.tickIntervalMs};
     std::optional<RunningApp> m_frontApp;
     QDateTime m_sessionStart;
     double m_accumulatedSecs = 0;

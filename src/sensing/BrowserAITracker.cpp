@@ -30,10 +30,8 @@ BrowserAITracker::BrowserAITracker(DayStore& store, Workspace& workspace, Browse
     , m_tabs(tabs)
     , m_defaults(defaults)
     , m_clock(clock)
-    , m_rules(defaults) {
-    m_timer.setInterval(options.pollIntervalMs);
-    connect(&m_timer, &QTimer::timeout, this, &BrowserAITracker::poll);
-}
+    , m_rules(defaults)
+    , m_timer(this, options.pollIntervalMs) {}
 
 const QList<BrowserAITracker::Site>& BrowserAITracker::aiDomains() {
     static const QList<Site> sites = {
@@ -116,7 +114,7 @@ void BrowserAITracker::probeForPermission() {
     m_tabs.probeForPermission(m_workspace.runningApplications());
 }
 
-void BrowserAITracker::poll() {
+[[gnu::hot]] void BrowserAITracker::poll() {
     // One question at a time: the source may answer later, or spin the event loop.
     if (m_pollInFlight)
         return;

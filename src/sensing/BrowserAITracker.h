@@ -5,12 +5,12 @@
 #include "platform/Clock.h"
 #include "platform/Defaults.h"
 #include "platform/Workspace.h"
+#include "sensing/TickTimer.h"
 #include "store/DayStore.h"
 
 #include <QList>
 #include <QObject>
 #include <QString>
-#include <QTimer>
 
 #include <optional>
 
@@ -83,7 +83,7 @@ private:
     const Clock& m_clock;
     CategoryRulesCache m_rules;
 
-    QTimer m_timer;
+    TickTimer<BrowserAITracker, &BrowserAITracker::poll> m_timer;
     bool m_waitingForOnboarding = false;
     std::optional<QString> m_lastURL;
     bool m_pollInFlight = false;

@@ -128,10 +128,7 @@ SessionContextEngine::SessionContextEngine(Workspace& workspace, IdleSource& idl
     , m_defaults(defaults)
     , m_clock(clock)
     , m_options(options)
-    , m_rules(defaults) {
-    m_timer.setInterval(options.tickIntervalMs);
-    connect(&m_timer, &QTimer::timeout, this, &SessionContextEngine::tick);
-}
+    , m_rules(defaults) {}
 
 void SessionContextEngine::start() {
     m_timer.start();
@@ -141,14 +138,20 @@ void SessionContextEngine::stop() {
     m_timer.stop();
 }
 
-QStringList SessionContextEngine::runningBundleIDs() {
+[[gnu::hot]] QStringList SessionContextEngine::runningBundleIDs() {
     const qint64 nowMs = m_clock.elapsedMs();
     if (m_lastRunningFetchMs && nowMs - *m_lastRunningFetchMs >= 0 &&
         nowMs - *m_lastRunningFetchMs < qint64(m_options.runningCacheSeconds) * 1000)
         return m_cachedRunning;
     m_lastRunningFetchMs = nowMs;
+    // The list kept stays the same object while the desktop's is the same: what compares
+    // with it later then finds it equal at a glance.
+    const QList<RunningApp> apps = m_workspace.runningApplications();
+    if (apps == m_runningSeen)
+        return m_cachedRunning;
+    m_runningSeen = apps;
     m_cachedRunning.clear();
-    for (const RunningApp& app : m_workspace.runningApplications())
+    for (const RunningApp& app : apps)
         if (app.isRegular && !app.bundleID.isEmpty())
             m_cachedRunning.append(app.bundleID);
     return m_cachedRunning;
@@ -186,7 +189,7 @@ SessionContextEngine::Mode SessionContextEngine::classify(const QString& front,
     return Mode::idle;
 }
 
-void SessionContextEngine::tick() {
+[[gnu::hot]] void SessionContextEngine::tick() {
     // Only the elapsed-time clock: an idle tick computes no local time, which would look the
     // time zone up again.
     const qint64 nowMs = m_clock.elapsedMs();
@@ -194,17 +197,23 @@ void SessionContextEngine::tick() {
     const QString front = frontApp ? frontApp->bundleID : QString();
     const QStringList running = runningBundleIDs();
 
-    // A change is logged under the application that was left.
-    if (front != m_lastFrontApp && !m_lastFrontApp.isEmpty())
-        m_switchLog.append({m_lastFrontApp, nowMs});
-    m_lastFrontApp = front;
+    // A change is logged under the application that was left. The same application's name
+    // is most often the very same string, known to be equal without comparing it.
+    const bool sameAtAGlance =
+        front.isSharedWith(m_lastFrontApp) || (front.isEmpty() && m_lastFrontApp.isEmpty());
+    const bool frontChanged = !sameAtAGlance && front != m_lastFrontApp;
+    if (frontChanged) {
+        if (!m_lastFrontApp.isEmpty())
+            m_switchLog.append({m_lastFrontApp, nowMs});
+        m_lastFrontApp = front;
+    }
 
     m_switchLog.removeIf([&](const Switch& s) { return nowMs - s.elapsedMs > 3600 * 1000; });
     const qint64 count = m_switchLog.size();
     const CategoryRules& rules = m_rules.current();
     // Most ticks, an idle stretch's above all, change nothing the mode depends on.
-    const Classified inputs{front, running, count, m_rules.revision(), Mode::idle};
-    if (!m_classified || !m_classified->sameInputs(inputs)) {
+    const Classified inputs{running, count, m_rules.revision(), Mode::idle};
+    if (frontChanged || !m_classified || !m_classified->sameInputs(inputs)) {
         m_classified = inputs;
         m_classified->mode = classify(front, running, count, rules);
     }

@@ -8,13 +8,13 @@
 #include "platform/IdleSource.h"
 #include "platform/KeptSetting.h"
 #include "platform/Workspace.h"
+#include "sensing/TickTimer.h"
 
 #include <QDateTime>
 #include <QList>
 #include <QObject>
 #include <QString>
 #include <QStringList>
-#include <QTimer>
 
 #include <functional>
 #include <optional>
@@ -106,14 +106,15 @@ private:
     QStringList runningBundleIDs();
 
     // What the mode was last worked out from, and the answer.
+    // What the mode was last worked out from, besides the application in front (a change of
+    // which is a switch, seen by the tick anyway).
     struct Classified {
-        QString front;
         QStringList running;
         qint64 switches = 0;
         quint64 rulesRevision = 0;
         Mode mode = Mode::idle;
         bool sameInputs(const Classified& o) const {
-            return switches == o.switches && rulesRevision == o.rulesRevision && front == o.front &&
+            return switches == o.switches && rulesRevision == o.rulesRevision &&
                    running == o.running;
         }
     };
@@ -131,10 +132,12 @@ private:
     qint64 m_switchesLastHour = 0;
     // What was last handed to the event loop to publish, so an unchanged tick posts nothing.
     std::optional<std::pair<Mode, qint64>> m_pending;
-    QTimer m_timer;
+    TickTimer<SessionContextEngine, &SessionContextEngine::tick> m_timer{this,
+                                                                         m_options.tickIntervalMs};
     QList<Switch> m_switchLog;
     QString m_lastFrontApp;
     QStringList m_cachedRunning;
+    QList<RunningApp> m_runningSeen; // what m_cachedRunning was made from
     std::optional<Classified> m_classified;
     bool m_toldIdle = false;
     // On the elapsed-time clock: asking it reads no time zone.

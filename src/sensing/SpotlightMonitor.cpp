@@ -96,8 +96,6 @@ SpotlightMonitor::SpotlightMonitor(DayStore& store, FileChangeIndex& index,
     , m_clock(clock)
     , m_options(options)
     , m_git(options.gitExecutable, options.gitTimeoutMs, m_cancelled) {
-    m_timer.setInterval(options.scanIntervalMs);
-    connect(&m_timer, &QTimer::timeout, this, &SpotlightMonitor::timerFired);
     m_worker.setObjectName(QStringLiteral("com.mindmeter.spotlight"));
     m_workerContext.moveToThread(&m_worker);
 }
@@ -165,7 +163,7 @@ void SpotlightMonitor::stop() {
     m_timer.stop();
 }
 
-void SpotlightMonitor::timerFired() {
+[[gnu::hot]] void SpotlightMonitor::timerFired() {
     const std::optional<quint64> changes = m_index.changeCount();
     if (changes && qint64(*changes) == m_emptyAtCount.load() && !m_knowsRepositories.load())
         return;

@@ -4,6 +4,7 @@
 
 #include "platform/Clock.h"
 #include "platform/FileChangeIndex.h"
+#include "sensing/TickTimer.h"
 #include "store/DayStore.h"
 
 #include <QHash>
@@ -12,7 +13,6 @@
 #include <QString>
 #include <QStringList>
 #include <QThread>
-#include <QTimer>
 
 #include <atomic>
 #include <functional>
@@ -92,7 +92,8 @@ private:
     const Clock& m_clock;
     const Options m_options;
 
-    QTimer m_timer;
+    TickTimer<SpotlightMonitor, &SpotlightMonitor::timerFired> m_timer{this,
+                                                                       m_options.scanIntervalMs};
     QString m_activeProject;
 
     QThread m_worker;
