@@ -6,7 +6,7 @@ namespace {
 class SystemClock final : public Clock {
 public:
     QDateTime now() const override { return QDateTime::currentDateTime(); }
-    [[gnu::hot]] qint64 elapsedMs() const override {
+    qint64 elapsedMs() const override {
         timespec ts{};
         clock_gettime(CLOCK_BOOTTIME, &ts);
         return qint64(ts.tv_sec) * 1000 + ts.tv_nsec / 1000000;

@@ -16,7 +16,7 @@ public:
         , m_clock(clock)
         , m_maxAgeMs(maxAgeMs) {}
 
-    [[gnu::hot]] double secondsSinceLastInput() const override {
+    double secondsSinceLastInput() const override {
         const qint64 now = m_clock.elapsedMs();
         if (!m_askedMs || now - *m_askedMs < 0 || now - *m_askedMs >= m_maxAgeMs) {
             m_seconds = m_source.secondsSinceLastInput();

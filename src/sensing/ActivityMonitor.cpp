@@ -75,7 +75,7 @@ void ActivityMonitor::flushAccumulated() {
         flush(m_accumulatedSecs / 60.0, *m_currentCategory);
 }
 
-[[gnu::hot]] void ActivityMonitor::tick() {
+void ActivityMonitor::tick() {
     const double idleSeconds = m_idle.secondsSinceLastInput();
     const double timeout = m_idleTimeout();
 

@@ -114,7 +114,7 @@ void BrowserAITracker::probeForPermission() {
     m_tabs.probeForPermission(m_workspace.runningApplications());
 }
 
-[[gnu::hot]] void BrowserAITracker::poll() {
+void BrowserAITracker::poll() {
     // One question at a time: the source may answer later, or spin the event loop.
     if (m_pollInFlight)
         return;

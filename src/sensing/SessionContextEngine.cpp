@@ -138,7 +138,7 @@ void SessionContextEngine::stop() {
     m_timer.stop();
 }
 
-[[gnu::hot]] QStringList SessionContextEngine::runningBundleIDs() {
+QStringList SessionContextEngine::runningBundleIDs() {
     const qint64 nowMs = m_clock.elapsedMs();
     if (m_lastRunningFetchMs && nowMs - *m_lastRunningFetchMs >= 0 &&
         nowMs - *m_lastRunningFetchMs < qint64(m_options.runningCacheSeconds) * 1000)
@@ -189,7 +189,7 @@ SessionContextEngine::Mode SessionContextEngine::classify(const QString& front,
     return Mode::idle;
 }
 
-[[gnu::hot]] void SessionContextEngine::tick() {
+void SessionContextEngine::tick() {
     // Only the elapsed-time clock: an idle tick computes no local time, which would look the
     // time zone up again.
     const qint64 nowMs = m_clock.elapsedMs();

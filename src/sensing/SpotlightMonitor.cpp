@@ -163,7 +163,7 @@ void SpotlightMonitor::stop() {
     m_timer.stop();
 }
 
-[[gnu::hot]] void SpotlightMonitor::timerFired() {
+void SpotlightMonitor::timerFired() {
     const std::optional<quint64> changes = m_index.changeCount();
     if (changes && qint64(*changes) == m_emptyAtCount.load() && !m_knowsRepositories.load())
         return;

@@ -5,9 +5,8 @@
 #include <QTimerEvent>
 
 // A repeating timer that calls a member function of its owner straight from the event loop's
-// timer event. QTimer would emit a signal and run a slot object on the way: after a ten-second
-// sleep every code page a tick runs through costs more than the work on it, so the ticks that
-// run all day take the short road. `[[gnu::hot]]` puts the tick functions side by side.
+// timer event, where QTimer would emit a signal and run a slot object on the way: the ticks
+// that run all day take the short road.
 template <class Owner, void (Owner::*Tick)()> class TickTimer final : public QObject {
 public:
     TickTimer(Owner* owner, int intervalMs)
@@ -20,7 +19,7 @@ public:
     bool isActive() const { return m_timer.isActive(); }
 
 protected:
-    [[gnu::hot]] void timerEvent(QTimerEvent* event) override {
+    void timerEvent(QTimerEvent* event) override {
         if (event->timerId() == m_timer.timerId())
             (m_owner->*Tick)();
         else

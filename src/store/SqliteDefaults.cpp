@@ -605,12 +605,12 @@ void SqliteDefaults::validateCache() const {
     }
 }
 
-[[gnu::hot]] bool SqliteDefaults::trustsKeptValues() const {
+bool SqliteDefaults::trustsKeptValues() const {
     QThread* current = QThread::currentThread();
     return current == thread() && current->loopLevel() > 0 && m_watchingBoth;
 }
 
-[[gnu::hot]] quint64 SqliteDefaults::changeStamp() const {
+quint64 SqliteDefaults::changeStamp() const {
     if (trustsKeptValues())
         return m_changeStamp;
     QMutexLocker lock(&m_mutex);

@@ -60,7 +60,7 @@ public:
     // From the modification times of the folders the first walk reached (not hidden or
     // pruned ones); waits for that walk to end, so ask from a worker thread.
     QStringList foldersChangedWithin(int seconds) const override;
-    [[gnu::hot]] std::optional<quint64> changeCount() const override { return m_recorded.load(); }
+    std::optional<quint64> changeCount() const override { return m_recorded.load(); }
 
     int watchCount() const { return m_watchCount.load(); }
     int entryCount() const;

@@ -160,7 +160,7 @@ QString X11IdleSource::mechanism() const {
     return m_notifier ? QStringLiteral("SYNC IDLETIME") : QStringLiteral("MIT-SCREEN-SAVER");
 }
 
-[[gnu::hot]] double X11IdleSource::secondsSinceLastInput() const {
+double X11IdleSource::secondsSinceLastInput() const {
     if (m_notifier) {
         // A lost server sends no more alarms: the user counts as present, as below.
         if (!m_lastInputMs || xcb_connection_has_error(m_connection))

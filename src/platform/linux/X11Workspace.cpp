@@ -81,7 +81,7 @@ std::unique_ptr<X11Workspace> X11Workspace::open(AppIdentityResolver& resolver, 
     return std::unique_ptr<X11Workspace>(new X11Workspace(c, screen, resolver));
 }
 
-[[gnu::hot]] bool X11Workspace::connectionBroken() const {
+bool X11Workspace::connectionBroken() const {
     if (!xcb_connection_has_error(m_connection))
         return false;
     if (!m_reportedBroken) {
@@ -138,7 +138,7 @@ bool X11Workspace::hasActiveWindowSupport() const {
     return supported.contains(m_activeWindowAtom);
 }
 
-[[gnu::hot]] std::optional<RunningApp> X11Workspace::appForWindow(quint32 window) const {
+std::optional<RunningApp> X11Workspace::appForWindow(quint32 window) const {
     if (window == 0 || connectionBroken())
         return std::nullopt;
     const auto cached = m_appsByWindow.constFind(window);
@@ -182,7 +182,7 @@ bool X11Workspace::isTaskbarWindow(quint32 window) const {
     return !state.contains(atom("_NET_WM_STATE_SKIP_TASKBAR"));
 }
 
-[[gnu::hot]] std::optional<RunningApp> X11Workspace::frontmostApplication() const {
+std::optional<RunningApp> X11Workspace::frontmostApplication() const {
     if (connectionBroken())
         return std::nullopt;
     // A change already in xcb's queue is taken now; its activation follows on the next turn
@@ -193,7 +193,7 @@ bool X11Workspace::isTaskbarWindow(quint32 window) const {
     return appForWindow(m_activeWindow);
 }
 
-[[gnu::hot]] QList<RunningApp> X11Workspace::runningApplications() const {
+QList<RunningApp> X11Workspace::runningApplications() const {
     if (connectionBroken())
         return {};
     if (takeEvents(false))
@@ -241,7 +241,7 @@ void X11Workspace::readEvents() {
         handleActiveWindowChange();
 }
 
-[[gnu::hot]] bool X11Workspace::takeEvents(bool readSocket) const {
+bool X11Workspace::takeEvents(bool readSocket) const {
     bool activeChanged = false;
     const auto next = [&] {
         return readSocket ? xcb_poll_for_event(m_connection)
