@@ -9,8 +9,9 @@
 # Everything runs on one private X server (Xvfb, openbox, the trayer system tray) and a
 # private session bus, each Mindmeter process for a fresh user of its own (the tray app and
 # `track` would otherwise share one store and one tracking lock). The idle timeout is one
-# minute; the count starts once the X server has seen no input for 65 s (`xprintidle`), so
-# every counted minute is idle, and lasts IDLE_MINUTES; figures are scaled to an hour.
+# minute; the count starts once the X server has seen no input for 75 s (`xprintidle`), so
+# every counted minute is idle and the break has begun, and lasts IDLE_MINUTES; figures are
+# scaled to an hour.
 #
 # Counted with `perf stat -e task-clock,context-switches -p PID` over all the process's
 # threads, threads started during the count included. CPU: task-clock, the time on a CPU.
@@ -100,6 +101,9 @@ dbus-run-session -- bash -euo pipefail -c '
     # Idle from the last input on: the count starts once the idle timeout has passed.
     while [ "$(xprintidle)" -lt 65000 ]; do sleep 1; done
     memory $tray "closed-70s"
+    # The first idle tick after the timeout starts the break, where each process hands memory
+    # back once; the count begins after it, in the steady idle state.
+    while [ "$(xprintidle)" -lt 75000 ]; do sleep 1; done
     seconds=$((minutes * 60))
     use_perf=
     if perf stat -e task-clock,context-switches -p $floor -- sleep 0.1 >/dev/null 2>&1; then

@@ -16,6 +16,7 @@
 #include "platform/linux/DesktopOpener.h"
 #include "platform/linux/DialogFileChooser.h"
 #include "platform/linux/GnomeShellWorkspace.h"
+#include "platform/linux/ProcessMemory.h"
 #include "platform/linux/QtClipboard.h"
 #include "platform/linux/XdgAutostartLoginItem.h"
 #include "sensing/ActivityMonitor.h"
@@ -31,53 +32,9 @@
 #include "store/SqliteDefaults.h"
 
 #include <QCoreApplication>
-#include <QFile>
 #include <QLoggingCategory>
 
-#include <malloc.h>
-#include <sys/mman.h>
-
 Q_LOGGING_CATEGORY(lcApp, "mindmeter.app")
-
-namespace {
-
-// The files mapped into this process now, by path.
-QSet<QByteArray> mappedFiles() {
-    QSet<QByteArray> paths;
-    QFile maps(QStringLiteral("/proc/self/maps"));
-    if (!maps.open(QIODevice::ReadOnly))
-        return paths;
-    for (const QByteArray& line : maps.readAll().split('\n')) {
-        const QList<QByteArray> fields = line.simplified().split(' ');
-        if (fields.size() >= 6 && fields.at(5).startsWith('/'))
-            paths.insert(fields.at(5));
-    }
-    return paths;
-}
-
-// Asks the kernel to drop this process's resident pages of the files mapped since `before`
-// (the windows' libraries: Qt Quick, QML and what they load, the UI library, fonts), which
-// stay loaded once the windows are let go: read-only mappings only, and pages no other
-// process maps. They are read in again if the windows come back.
-void releasePagesMappedSince(const QSet<QByteArray>& before) {
-    QFile maps(QStringLiteral("/proc/self/maps"));
-    if (!maps.open(QIODevice::ReadOnly))
-        return;
-    for (const QByteArray& line : maps.readAll().split('\n')) {
-        const QList<QByteArray> fields = line.simplified().split(' ');
-        if (fields.size() < 6 || fields.at(1).size() < 2 || fields.at(1).at(1) == 'w' ||
-            !fields.at(5).startsWith('/') || before.contains(fields.at(5)))
-            continue;
-        const QList<QByteArray> range = fields.at(0).split('-');
-        bool okStart = false, okEnd = false;
-        const quintptr start = range.value(0).toULongLong(&okStart, 16);
-        const quintptr end = range.value(1).toULongLong(&okEnd, 16);
-        if (okStart && okEnd && end > start)
-            madvise(reinterpret_cast<void*>(start), end - start, MADV_PAGEOUT);
-    }
-}
-
-} // namespace
 
 AppDelegate::AppDelegate(SqliteDefaults& defaults, const Clock& clock, Options options,
                          QObject* parent)
@@ -237,7 +194,7 @@ void AppDelegate::refreshMenu() {
 DashboardWindows* AppDelegate::windows() {
     if (!m_windows && !m_windowsFailed) {
         if (!m_filesBeforeWindows)
-            m_filesBeforeWindows = mappedFiles();
+            m_filesBeforeWindows = ProcessMemory::mappedFiles();
         QString error;
         const CreateDashboardWindows create = PrivateModules::createDashboardWindows(&error);
         if (create)
@@ -256,8 +213,10 @@ void AppDelegate::releaseWindows() {
     if (!m_windows || m_windows->isAnyWindowVisible())
         return;
     m_windows.reset();
-    malloc_trim(0);
-    releasePagesMappedSince(m_filesBeforeWindows.value_or(QSet<QByteArray>()));
+    // The windows' libraries (Qt Quick, QML and what they load, the UI library, fonts) stay
+    // loaded; their pages are let go and read in again if the windows come back.
+    ProcessMemory::pageOutFilesExcept(m_filesBeforeWindows.value_or(QSet<QByteArray>()));
+    ProcessMemory::handBack();
 }
 
 void AppDelegate::togglePopover(QPoint anchor) {

@@ -10,6 +10,7 @@
 #include "platform/linux/DesktopEntryIndex.h"
 #include "platform/linux/FirefoxTabSource.h"
 #include "platform/linux/InotifyFileChangeIndex.h"
+#include "platform/linux/ProcessMemory.h"
 #include "sensing/ActivityMonitor.h"
 #include "sensing/BrowserAITracker.h"
 #include "sensing/SessionContextEngine.h"
@@ -18,6 +19,7 @@
 
 #include <QCoreApplication>
 #include <QDir>
+#include <QTimer>
 
 Sensors::Sensors(DayStore& store, Defaults& defaults, const Clock& clock, QObject* parent)
     : QObject(parent)
@@ -108,6 +110,12 @@ void Sensors::start() {
     m_spotlight->start();
     m_context->start();
     m_browser->start();
+    // Memory is handed back at the quiet moments: once start-up has settled, and whenever the
+    // user leaves the keyboard. An idle wake-up costs more the more pages the process keeps
+    // mapped, so through a break it keeps little more than what its ticks run.
+    QTimer::singleShot(startupSettleMs, this, &ProcessMemory::handBack);
+    connect(m_monitor.get(), &ActivityMonitor::breakStarted, this, &ProcessMemory::handBack,
+            Qt::UniqueConnection);
 }
 
 void Sensors::stop() {

@@ -53,6 +53,8 @@ public:
     BrowserAITracker& browser() const { return *m_browser; }
 
 private:
+    static constexpr int startupSettleMs = 5000;
+
     DayStore& m_store;
     Defaults& m_defaults;
     const Clock& m_clock;

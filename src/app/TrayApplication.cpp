@@ -12,7 +12,6 @@
 
 #include <QApplication>
 #include <QFileInfo>
-#include <QTimer>
 
 #include <csignal>
 #include <cstdio>
@@ -159,7 +158,5 @@ int TrayApplication::run(int argc, char* argv[]) {
     // A signal taken in by a local event loop during start-up, before the main one ran.
     if (stopRequested)
         QMetaObject::invokeMethod(&app, &QCoreApplication::quit, Qt::QueuedConnection);
-    // Start-up leaves freed heap behind; hand it back once everything has settled.
-    QTimer::singleShot(5000, [] { malloc_trim(0); });
     return QApplication::exec();
 }

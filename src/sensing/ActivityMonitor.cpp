@@ -110,6 +110,7 @@ void ActivityMonitor::tick() {
         m_idleStartMs = m_clock.elapsedMs();
         flushAccumulated();
         m_accumulatedSecs = 0;
+        emit breakStarted();
     }
 }
 

@@ -73,6 +73,9 @@ signals:
     void isTrackingChanged();
     void tokenVelocityChanged();
     void hourlyDataChanged();
+    // The user has been away longer than the idle time-out: once a break, at its first idle
+    // tick.
+    void breakStarted();
 
 private slots:
     void tick();

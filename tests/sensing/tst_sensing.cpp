@@ -232,6 +232,7 @@ void SensingTest::nothingInFrontEndsTheStay() {
 }
 
 void SensingTest::idleFlushesAndStopsCounting() {
+    QSignalSpy breaks(m_monitor.get(), &ActivityMonitor::breakStarted);
     tick(3);
     m_idle.seconds = 180; // equal to the time-out still counts as present
     tick(1);
@@ -240,7 +241,8 @@ void SensingTest::idleFlushesAndStopsCounting() {
     tick(1);
     QCOMPARE(m_store->sessions().size(), 1);
     QCOMPARE(m_store->sessions()[0].rawTokens, qint64(5)); // 40 s at 8/min
-    tick(20); // idle ticks neither accumulate nor flush
+    tick(20);                   // idle ticks neither accumulate nor flush
+    QCOMPARE(breaks.size(), 1); // once a break, not once a tick
     m_idle.seconds = 0;
     tick(5);
     QCOMPARE(m_store->sessions().size(), 1);
@@ -254,6 +256,7 @@ void SensingTest::idleFlushesAndStopsCounting() {
     m_idle.seconds = 0;
     tick(6);
     QCOMPARE(m_store->sessions().size(), 3);
+    QCOMPARE(breaks.size(), 2);
 }
 
 void SensingTest::ownWindowsAreNotASwitch() {
