@@ -9,8 +9,8 @@
 # Everything runs on one private X server (Xvfb, openbox, the trayer system tray) and a
 # private session bus, each Mindmeter process for a fresh user of its own (the tray app and
 # `track` would otherwise share one store and one tracking lock). The idle timeout is one
-# minute; the count starts once the X server has seen no input for 75 s (`xprintidle`), so
-# every counted minute is idle and the break has begun, and lasts IDLE_MINUTES; figures are
+# minute; the count starts once the X server has seen no input for 105 s (`xprintidle`), so
+# every counted minute is idle and the break has settled, and lasts IDLE_MINUTES; figures are
 # scaled to an hour.
 #
 # Counted with `perf stat -e task-clock,context-switches -p PID` over all the process's
@@ -77,7 +77,7 @@ dbus-run-session -- bash -euo pipefail -c '
      exec "$build/src/mindmeter" track >"$work/track.log" 2>&1) &
     track=$!
     icon=$(xdotool search --sync --onlyvisible --classname "^mindmeter$" | head -n1)
-    sleep 20
+    sleep 35
     memory $tray "start-up"
 
     # The dashboard as a user opens and closes it: two clicks on the tray icon. It is the
@@ -101,9 +101,9 @@ dbus-run-session -- bash -euo pipefail -c '
     # Idle from the last input on: the count starts once the idle timeout has passed.
     while [ "$(xprintidle)" -lt 65000 ]; do sleep 1; done
     memory $tray "closed-70s"
-    # The first idle tick after the timeout starts the break, where each process hands memory
-    # back once; the count begins after it, in the steady idle state.
-    while [ "$(xprintidle)" -lt 75000 ]; do sleep 1; done
+    # The first idle tick after the timeout starts the break; 30 s later each process hands
+    # memory back once. The count begins after that, in the steady idle state.
+    while [ "$(xprintidle)" -lt 105000 ]; do sleep 1; done
     seconds=$((minutes * 60))
     use_perf=
     if perf stat -e task-clock,context-switches -p $floor -- sleep 0.1 >/dev/null 2>&1; then

@@ -25,7 +25,11 @@ Sensors::Sensors(DayStore& store, Defaults& defaults, const Clock& clock, QObjec
     : QObject(parent)
     , m_store(store)
     , m_defaults(defaults)
-    , m_clock(clock) {}
+    , m_clock(clock) {
+    m_handBack.setSingleShot(true);
+    m_handBack.setInterval(handBackDelayMs);
+    connect(&m_handBack, &QTimer::timeout, this, &ProcessMemory::handBack);
+}
 
 Sensors::~Sensors() {
     stop();
@@ -60,6 +64,8 @@ bool Sensors::create(Options options, QString* error) {
     monitorOptions.tickIntervalMs = options.tickIntervalMs;
     m_monitor = std::make_unique<ActivityMonitor>(m_store, workspace, idle, m_defaults, m_clock,
                                                   multiplier, monitorOptions);
+    connect(m_monitor.get(), &ActivityMonitor::breakStarted, &m_handBack,
+            qOverload<>(&QTimer::start));
 
     // Saves under the home folder, seen as they happen; the walk of the folder tree runs on
     // the index's own thread so start-up does not wait for it.
@@ -110,18 +116,18 @@ void Sensors::start() {
     m_spotlight->start();
     m_context->start();
     m_browser->start();
-    // Memory is handed back at the quiet moments: once start-up has settled, and whenever the
-    // user leaves the keyboard. An idle wake-up costs more the more pages the process keeps
-    // mapped, so through a break it keeps little more than what its ticks run.
-    QTimer::singleShot(startupSettleMs, this, &ProcessMemory::handBack);
-    connect(m_monitor.get(), &ActivityMonitor::breakStarted, this, &ProcessMemory::handBack,
-            Qt::UniqueConnection);
+    // Memory is handed back at the quiet moments: once start-up has settled, and once each
+    // break has (the last session stored, the history refreshed). An idle wake-up costs more
+    // the more pages the process keeps mapped, so through a break it keeps little more than
+    // what its ticks run.
+    m_handBack.start();
 }
 
 void Sensors::stop() {
     if (!m_running)
         return;
     m_running = false;
+    m_handBack.stop();
     m_monitor->stop();
     m_spotlight->stop();
     m_context->stop();

@@ -2,6 +2,7 @@
 
 #include <QObject>
 #include <QThread>
+#include <QTimer>
 
 #include <memory>
 
@@ -53,7 +54,7 @@ public:
     BrowserAITracker& browser() const { return *m_browser; }
 
 private:
-    static constexpr int startupSettleMs = 5000;
+    static constexpr int handBackDelayMs = 30000;
 
     DayStore& m_store;
     Defaults& m_defaults;
@@ -73,4 +74,5 @@ private:
     std::unique_ptr<ChromiumTabSource> m_chromium;
     std::unique_ptr<CompositeTabSource> m_tabs; // reads through the two above; goes first
     std::unique_ptr<BrowserAITracker> m_browser;
+    QTimer m_handBack; // memory handed back when start-up or a break has settled
 };
