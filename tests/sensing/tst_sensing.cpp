@@ -241,7 +241,7 @@ void SensingTest::idleFlushesAndStopsCounting() {
     tick(1);
     QCOMPARE(m_store->sessions().size(), 1);
     QCOMPARE(m_store->sessions()[0].rawTokens, qint64(5)); // 40 s at 8/min
-    tick(20);                   // idle ticks neither accumulate nor flush
+    tick(20); // idle ticks neither accumulate nor flush
     m_idle.seconds = 0;
     tick(5);
     QCOMPARE(m_store->sessions().size(), 1);
