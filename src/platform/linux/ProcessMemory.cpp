@@ -3,6 +3,7 @@
 #include <QFile>
 
 #include <functional>
+#include <vector>
 
 #include <malloc.h>
 #include <sys/mman.h>
@@ -19,7 +20,6 @@ struct Mapping {
 
     bool isFile() const { return path.startsWith('/'); }
     bool isReadOnly() const { return perms.size() == 4 && perms.at(1) == '-'; }
-    bool isPrivate() const { return perms.size() == 4 && perms.at(3) == 'p'; }
     void advise(int advice) const { madvise(reinterpret_cast<void*>(start), end - start, advice); }
 };
 
@@ -93,13 +93,23 @@ void ProcessMemory::pageOutFilesExcept(const QSet<QByteArray>& kept) {
 }
 
 qint64 ProcessMemory::dropCleanFilePages() {
+    // Listed first and dropped after, with nothing but system calls in between: code run after
+    // a library's pages are dropped maps them again, and each fault maps a run of pages
+    // around the one asked for.
+    struct Range {
+        void* start;
+        size_t length;
+    };
+    std::vector<Range> ranges;
     qint64 droppedKb = 0;
-    forEachMapping(true, [&droppedKb](const Mapping& m) {
-        if (m.isFile() && m.isReadOnly() && m.isPrivate() && m.anonymousKb == 0 && m.rssKb > 0) {
-            m.advise(MADV_DONTNEED);
+    forEachMapping(true, [&](const Mapping& m) {
+        if (m.isFile() && m.isReadOnly() && m.anonymousKb == 0 && m.rssKb > 0) {
+            ranges.push_back({reinterpret_cast<void*>(m.start), m.end - m.start});
             droppedKb += m.rssKb;
         }
     });
+    for (const Range& range : ranges)
+        madvise(range.start, range.length, MADV_DONTNEED);
     return droppedKb;
 }
 

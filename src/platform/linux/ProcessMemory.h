@@ -14,8 +14,8 @@ QSet<QByteArray> mappedFiles();
 // too, so the memory of libraries used for a while is freed. They are read in again if used.
 void pageOutFilesExcept(const QSet<QByteArray>& kept);
 
-// Unmaps the resident pages of private read-only file mappings that hold no page of their own:
-// the code and read-only data of the libraries. The pages stay in the page cache and are
+// Unmaps the resident pages of read-only file mappings that hold no page of their own: the
+// code and read-only data of the libraries, font caches. The pages stay in the page cache and are
 // mapped again, without reading the disk, at their next use. Mappings written since they were
 // mapped (relocated data, a debugger's breakpoints) are left as they are: dropping their pages
 // would lose what was written. Returns the kibibytes unmapped.

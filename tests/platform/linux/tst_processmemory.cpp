@@ -22,17 +22,18 @@ static bool isPresent(const void* address) {
 class ProcessMemoryTest : public QObject {
     Q_OBJECT
 private slots:
-    void dropsOnlyUnwrittenReadOnlyPrivatePages_data() {
+    void dropsOnlyReadOnlyPagesTheFileHolds_data() {
         QTest::addColumn<int>("sharing");
         QTest::addColumn<bool>("written"); // while writable, as relocations are
         QTest::addColumn<int>("protection");
         QTest::addColumn<bool>("dropped");
         QTest::newRow("code") << MAP_PRIVATE << false << (PROT_READ | PROT_EXEC) << true;
         QTest::newRow("written, then read-only") << MAP_PRIVATE << true << PROT_READ << false;
-        QTest::newRow("shared") << MAP_SHARED << false << PROT_READ << false;
+        // Written pages of a shared mapping are the file's: they stay in the page cache.
+        QTest::newRow("shared, written, then read-only") << MAP_SHARED << true << PROT_READ << true;
     }
 
-    void dropsOnlyUnwrittenReadOnlyPrivatePages() {
+    void dropsOnlyReadOnlyPagesTheFileHolds() {
         QFETCH(int, sharing);
         QFETCH(bool, written);
         QFETCH(int, protection);
