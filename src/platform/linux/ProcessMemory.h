@@ -15,10 +15,10 @@ QSet<QByteArray> mappedFiles();
 void pageOutFilesExcept(const QSet<QByteArray>& kept);
 
 // Unmaps the resident pages of read-only file mappings that hold no page of their own: the
-// code and read-only data of the libraries, font caches. The pages stay in the page cache and are
-// mapped again, without reading the disk, at their next use. Mappings written since they were
-// mapped (relocated data, a debugger's breakpoints) are left as they are: dropping their pages
-// would lose what was written. Returns the kibibytes unmapped.
+// code and read-only data of the libraries, font caches. The pages stay in the page cache and
+// are mapped again, without reading the disk, at their next use. Private mappings written
+// since they were mapped (relocated data, a debugger's breakpoints) are left as they are:
+// dropping their pages would lose what was written. Returns the kibibytes unmapped.
 qint64 dropCleanFilePages();
 
 // Freed heap back to the system, then dropCleanFilePages(): for the quiet moments of a process
