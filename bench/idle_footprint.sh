@@ -4,7 +4,11 @@
 # server every ten seconds and nothing else), and the tray app's memory before, while and
 # after its dashboard is open.
 #
-#   bench/idle_footprint.sh [BUILD_DIR] [IDLE_MINUTES]      (IDLE_MINUTES defaults to 10)
+#   bench/idle_footprint.sh [BUILD_DIR] [IDLE_MINUTES] [ROUNDS]
+#
+# IDLE_MINUTES defaults to 10, ROUNDS (counts of IDLE_MINUTES each, one after the other, by the
+# same processes) to 1. One machine's figures move from run to run far more than processes
+# counted side by side differ, so a ratio to the floor is best read over several rounds.
 #
 # Everything runs on one private X server (Xvfb, openbox, the trayer system tray) and a
 # private session bus, each Mindmeter process for a fresh user of its own (the tray app and
@@ -12,6 +16,9 @@
 # minute; the count starts once the X server has seen no input for 105 s (`xprintidle`), so
 # every counted minute is idle and the break has settled, and lasts IDLE_MINUTES; figures are
 # scaled to an hour.
+#
+# The kernel's data-access monitor (DAMON), where it runs, makes every process pay at each
+# wake-up for the memory it keeps mapped (docs/benchmarks.md); the output says whether it runs.
 #
 # Counted with `perf stat -e task-clock,context-switches -p PID` over all the process's
 # threads, threads started during the count included. CPU: task-clock, the time on a CPU.
@@ -22,12 +29,15 @@
 # Memory: VmRSS and Pss (/proc/PID/smaps_rollup) of the tray app.
 #
 # Output, one figure a line, for bench/run.sh:
-#   idle cpu-seconds-per-hour <floor> <tray> <track>
-#   idle wakeups-per-hour <floor> <tray> <track>
+#   idle cpu-seconds-per-hour <floor> <tray> <track>      (one line a round)
+#   idle wakeups-per-hour <floor> <tray> <track>          (one line a round)
+#   idle counted-by <perf|proc> over <minutes> minutes, <rounds> rounds
+#   idle kernel-monitor <on|off>
 #   memory <when> rss <MiB> pss <MiB>
 set -euo pipefail
 build=$(cd "${1:-build}" && pwd)
 minutes=${2:-10}
+rounds=${3:-1}
 work=$(mktemp -d)
 trap 'kill $(jobs -p) 2>/dev/null; wait 2>/dev/null; rm -rf "$work"' EXIT
 
@@ -47,7 +57,7 @@ Xvfb -displayfd 3 -screen 0 1280x800x24 -nolisten tcp 3>"$work/display" 2>/dev/n
 for _ in $(seq 100); do [ -s "$work/display" ] && break; sleep 0.1; done
 export DISPLAY=":$(cat "$work/display")"
 
-export build minutes work
+export build minutes rounds work
 export -f user_env
 dbus-run-session -- bash -euo pipefail -c '
     cpu() { awk -v hz="$(getconf CLK_TCK)" "{printf \"%.3f\", (\$14 + \$15) / hz}" "/proc/$1/stat"; }
@@ -109,35 +119,40 @@ dbus-run-session -- bash -euo pipefail -c '
     if perf stat -e task-clock,context-switches -p $floor -- sleep 0.1 >/dev/null 2>&1; then
         use_perf=1
     fi
-    counters=()
-    for name in floor tray track; do
-        pid=${!name}
-        echo "$(cpu $pid) $(switches $pid)" >"$work/$name.before"
-        if [ -n "$use_perf" ]; then
-            perf stat -x, -e task-clock,context-switches -p $pid -o "$work/$name.perf" \
-                -- sleep $seconds &
-            counters+=($!)
-        fi
+    for round in $(seq "$rounds"); do
+        counters=()
+        for name in floor tray track; do
+            pid=${!name}
+            echo "$(cpu $pid) $(switches $pid)" >"$work/$name.before"
+            if [ -n "$use_perf" ]; then
+                perf stat -x, -e task-clock,context-switches -p $pid -o "$work/$name.perf" \
+                    -- sleep $seconds &
+                counters+=($!)
+            fi
+        done
+        sleep $seconds
+        [ ${#counters[@]} -eq 0 ] || wait "${counters[@]}"
+        cpus=() wakes=()
+        for name in floor tray track; do
+            pid=${!name}
+            read -r c0 s0 <"$work/$name.before"
+            if [ -n "$use_perf" ]; then
+                c=$(awk -F, "/task-clock/ {printf \"%.4f\", \$1 / 1000}" "$work/$name.perf")
+                s=$(awk -F, "/context-switches/ {print \$1}" "$work/$name.perf")
+            else
+                c=$(awk -v a="$c0" -v b="$(cpu $pid)" "BEGIN {print b - a}")
+                s=$(( $(switches $pid) - s0 ))
+            fi
+            cpus+=("$(awk -v c="$c" -v m="$minutes" "BEGIN {printf \"%.3f\", c * 60 / m}")")
+            wakes+=("$(awk -v s="$s" -v m="$minutes" "BEGIN {printf \"%.0f\", s * 60 / m}")")
+        done
+        echo "idle cpu-seconds-per-hour ${cpus[*]}"
+        echo "idle wakeups-per-hour ${wakes[*]}"
     done
-    sleep $seconds
-    [ ${#counters[@]} -eq 0 ] || wait "${counters[@]}"
-    cpus=() wakes=()
-    for name in floor tray track; do
-        pid=${!name}
-        read -r c0 s0 <"$work/$name.before"
-        if [ -n "$use_perf" ]; then
-            c=$(awk -F, "/task-clock/ {printf \"%.4f\", \$1 / 1000}" "$work/$name.perf")
-            s=$(awk -F, "/context-switches/ {print \$1}" "$work/$name.perf")
-        else
-            c=$(awk -v a="$c0" -v b="$(cpu $pid)" "BEGIN {print b - a}")
-            s=$(( $(switches $pid) - s0 ))
-        fi
-        cpus+=("$(awk -v c="$c" -v m="$minutes" "BEGIN {printf \"%.3f\", c * 60 / m}")")
-        wakes+=("$(awk -v s="$s" -v m="$minutes" "BEGIN {printf \"%.0f\", s * 60 / m}")")
-    done
-    echo "idle cpu-seconds-per-hour ${cpus[*]}"
-    echo "idle wakeups-per-hour ${wakes[*]}"
-    echo "idle counted-by $([ -n "$use_perf" ] && echo perf || echo proc) over $minutes minutes"
+    echo "idle counted-by $([ -n "$use_perf" ] && echo perf || echo proc) over $minutes minutes, $rounds rounds"
+    monitor=off
+    grep -qx on /sys/kernel/mm/damon/admin/kdamonds/*/state 2>/dev/null && monitor=on
+    echo "idle kernel-monitor $monitor"
     memory $tray "end"
     kill $floor $tray $track
     wait $floor $tray $track 2>/dev/null || true

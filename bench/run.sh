@@ -8,7 +8,8 @@
 # Wall-clock figures are the middle of three runs; instruction counts come from one run under
 # callgrind, which does not depend on how busy the machine is. The whole run takes a few
 # minutes (most of it the file-watch benchmark's tree of 200,000 files), plus the idle
-# benchmark's IDLE_MINUTES (default 10) of measured idleness and about two minutes around them.
+# benchmark's IDLE_ROUNDS (default 3) counts of IDLE_MINUTES (default 10) of measured idleness
+# and about two minutes around them.
 set -euo pipefail
 root=$(cd "$(dirname "$0")/.." && pwd)
 update=
@@ -62,21 +63,34 @@ TABLE
 )
 echo "$table"
 
-# Idle cost and memory of the tray app and `track` beside the floor program.
-"$root/bench/idle_footprint.sh" "$build" "${IDLE_MINUTES:-10}" >"$work/idle"
+# Idle cost and memory of the tray app and `track` beside the floor program, over
+# IDLE_ROUNDS counts of IDLE_MINUTES each.
+"$root/bench/idle_footprint.sh" "$build" "${IDLE_MINUTES:-10}" "${IDLE_ROUNDS:-3}" >"$work/idle"
 figure() { grep "^$1" "$work/idle" | awk -v n="$2" '{print $n}'; }
-times() { awk -v a="$1" -v b="$2" 'BEGIN { printf "%.1f×", a / b }'; }
-fcpu=$(figure "idle cpu" 3) tcpu=$(figure "idle cpu" 4) kcpu=$(figure "idle cpu" 5)
-fwake=$(figure "idle wakeups" 3) twake=$(figure "idle wakeups" 4) kwake=$(figure "idle wakeups" 5)
+median() { sort -g | awk '{a[NR] = $1} END {print NR % 2 ? a[(NR + 1) / 2] : (a[NR / 2] + a[NR / 2 + 1]) / 2}'; }
+# One process's figure over the rounds (column 3 is the floor, 4 the tray app, 5 `track`):
+# the median, and its ratio to the floor counted in the same round, the median and the range.
+rounds() { # rounds PATTERN COLUMN FORMAT
+    local value ratios
+    value=$(figure "$1" "$2" | median)
+    ratios=$(grep "^$1" "$work/idle" | awk -v n="$2" '{printf "%.1f\n", $n / $3}' | sort -g)
+    printf "$3" "$value"
+    if [ "$2" != 3 ]; then
+        printf ' (%s× the floor' "$(echo "$ratios" | median)"
+        [ "$(echo "$ratios" | head -1)" = "$(echo "$ratios" | tail -1)" ] ||
+            printf '; rounds %s–%s×' "$(echo "$ratios" | head -1)" "$(echo "$ratios" | tail -1)"
+        printf ')'
+    fi
+}
 mem() { echo "$(figure "memory $1" 4) MiB (PSS $(figure "memory $1" 6) MiB)"; }
 idle_table=$(cat <<TABLE
 | What | Figure | Target |
 |---|---|---|
-| Floor program: CPU, wake-ups per idle hour | $fcpu s, $fwake | |
-| Tray app: CPU per idle hour | $tcpu s ($(times "$tcpu" "$fcpu") the floor) | at most 2× the floor |
-| Tray app: wake-ups per idle hour | $twake ($(times "$twake" "$fwake") the floor) | at most 2× the floor |
-| \`mindmeter track\`: CPU per idle hour | $kcpu s ($(times "$kcpu" "$fcpu") the floor) | at most 2× the floor |
-| \`mindmeter track\`: wake-ups per idle hour | $kwake ($(times "$kwake" "$fwake") the floor) | at most 2× the floor |
+| Floor program: CPU, wake-ups per idle hour | $(rounds "idle cpu" 3 "%.3f s"), $(rounds "idle wakeups" 3 %.0f) | |
+| Tray app: CPU per idle hour | $(rounds "idle cpu" 4 "%.3f s") | at most 2× the floor |
+| Tray app: wake-ups per idle hour | $(rounds "idle wakeups" 4 %.0f) | at most 2× the floor |
+| \`mindmeter track\`: CPU per idle hour | $(rounds "idle cpu" 5 "%.3f s") | at most 2× the floor |
+| \`mindmeter track\`: wake-ups per idle hour | $(rounds "idle wakeups" 5 %.0f) | at most 2× the floor |
 | Tray app resident, dashboard never opened | $(mem start-up) | at most 32 MiB |
 | Tray app resident, dashboard open | $(mem dashboard-open) | at most 56 MiB |
 | Tray app resident, 5 s after closing the dashboard | $(mem closed-5s) | |
@@ -84,9 +98,10 @@ idle_table=$(cat <<TABLE
 | Tray app resident after the idle count | $(mem end) | |
 TABLE
 )
+idle_table+=$'\n\n'"(Counted by $(grep "^idle counted-by" "$work/idle" | cut -d' ' -f3-); medians; the \
+kernel's data-access monitor $(figure "idle kernel-monitor" 3).)"
 echo
 echo "$idle_table"
-echo "($(grep "^idle counted-by" "$work/idle" | cut -d' ' -f2-))"
 
 if [ -n "$update" ]; then
     doc="$root/docs/benchmarks.md"
