@@ -1,8 +1,9 @@
 #!/usr/bin/env bash
 # CPU and wake-ups per idle hour of the tray app and of `mindmeter track`, measured in the
 # same run beside the floor program (bench/idle_floor: one idle-time question to the X
-# server every ten seconds and nothing else), and the tray app's memory before, while and
-# after its dashboard is open.
+# server every ten seconds and nothing else) and beside the least a Qt tray icon costs
+# (bench/idle_qt_tray: QApplication, a QSystemTrayIcon with a menu, a ten-second timer that
+# does nothing), and the tray app's memory before, while and after its dashboard is open.
 #
 #   bench/idle_footprint.sh [BUILD_DIR] [IDLE_MINUTES] [ROUNDS]
 #
@@ -29,8 +30,8 @@
 # Memory: VmRSS and Pss (/proc/PID/smaps_rollup) of the tray app.
 #
 # Output, one figure a line, for bench/run.sh:
-#   idle cpu-seconds-per-hour <floor> <tray> <track>      (one line a round)
-#   idle wakeups-per-hour <floor> <tray> <track>          (one line a round)
+#   idle cpu-seconds-per-hour <floor> <tray> <track> <qt-tray>    (one line a round)
+#   idle wakeups-per-hour <floor> <tray> <track> <qt-tray>        (one line a round)
 #   idle counted-by <perf|proc> over <minutes> minutes, <rounds> rounds
 #   idle kernel-monitor <on|off>
 #   memory <when> rss <MiB> pss <MiB>
@@ -86,6 +87,8 @@ dbus-run-session -- bash -euo pipefail -c '
     (export HOME="$work/track"; user_env "$HOME" >/dev/null
      exec "$build/src/mindmeter" track >"$work/track.log" 2>&1) &
     track=$!
+    "$build/bench/idle_qt_tray" &
+    qttray=$!
     icon=$(xdotool search --sync --onlyvisible --classname "^mindmeter$" | head -n1)
     sleep 35
     memory $tray "start-up"
@@ -121,7 +124,7 @@ dbus-run-session -- bash -euo pipefail -c '
     fi
     for round in $(seq "$rounds"); do
         counters=()
-        for name in floor tray track; do
+        for name in floor tray track qttray; do
             pid=${!name}
             echo "$(cpu $pid) $(switches $pid)" >"$work/$name.before"
             if [ -n "$use_perf" ]; then
@@ -133,7 +136,7 @@ dbus-run-session -- bash -euo pipefail -c '
         sleep $seconds
         [ ${#counters[@]} -eq 0 ] || wait "${counters[@]}"
         cpus=() wakes=()
-        for name in floor tray track; do
+        for name in floor tray track qttray; do
             pid=${!name}
             read -r c0 s0 <"$work/$name.before"
             if [ -n "$use_perf" ]; then
@@ -154,8 +157,8 @@ dbus-run-session -- bash -euo pipefail -c '
     grep -qx on /sys/kernel/mm/damon/admin/kdamonds/*/state 2>/dev/null && monitor=on
     echo "idle kernel-monitor $monitor"
     memory $tray "end"
-    kill $floor $tray $track
-    wait $floor $tray $track 2>/dev/null || true
+    kill $floor $tray $track $qttray
+    wait $floor $tray $track $qttray 2>/dev/null || true
     for name in tray track; do
         grep -v "^$" "$work/$name.log" | grep -iv "following\|tracking;" | head -3 |
             sed "s/^/$name: /" >&2 || true

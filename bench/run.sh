@@ -68,7 +68,8 @@ echo "$table"
 "$root/bench/idle_footprint.sh" "$build" "${IDLE_MINUTES:-10}" "${IDLE_ROUNDS:-3}" >"$work/idle"
 figure() { grep "^$1" "$work/idle" | awk -v n="$2" '{print $n}'; }
 median() { sort -g | awk '{a[NR] = $1} END {print NR % 2 ? a[(NR + 1) / 2] : (a[NR / 2] + a[NR / 2 + 1]) / 2}'; }
-# One process's figure over the rounds (column 3 is the floor, 4 the tray app, 5 `track`):
+# One process's figure over the rounds (column 3 is the floor, 4 the tray app, 5 `track`, 6
+# the bare Qt tray icon):
 # the median, and its ratio to the floor counted in the same round, the median and the range.
 rounds() { # rounds PATTERN COLUMN FORMAT
     local value ratios
@@ -91,6 +92,7 @@ idle_table=$(cat <<TABLE
 | Tray app: wake-ups per idle hour | $(rounds "idle wakeups" 4 %.0f) | at most 2× the floor |
 | \`mindmeter track\`: CPU per idle hour | $(rounds "idle cpu" 5 "%.3f s") | at most 2× the floor |
 | \`mindmeter track\`: wake-ups per idle hour | $(rounds "idle wakeups" 5 %.0f) | at most 2× the floor |
+| Bare Qt tray icon (\`idle_qt_tray\`): CPU, wake-ups per idle hour | $(rounds "idle cpu" 6 "%.3f s"), $(rounds "idle wakeups" 6 %.0f) | |
 | Tray app resident, dashboard never opened | $(mem start-up) | at most 32 MiB |
 | Tray app resident, dashboard open | $(mem dashboard-open) | at most 56 MiB |
 | Tray app resident, 5 s after closing the dashboard | $(mem closed-5s) | |
