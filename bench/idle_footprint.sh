@@ -20,6 +20,8 @@
 #
 # The kernel's data-access monitor (DAMON), where it runs, makes every process pay at each
 # wake-up for the memory it keeps mapped (docs/benchmarks.md); the output says whether it runs.
+# With IDLE_KERNEL_MONITOR=off (as root) the script switches a running monitor off for the
+# run and on again when it ends, to count what a machine without it pays.
 #
 # Counted with `perf stat -e task-clock,context-switches -p PID` over all the process's
 # threads, threads started during the count included. CPU: task-clock, the time on a CPU.
@@ -40,7 +42,16 @@ build=$(cd "${1:-build}" && pwd)
 minutes=${2:-10}
 rounds=${3:-1}
 work=$(mktemp -d)
-trap 'kill $(jobs -p) 2>/dev/null; wait 2>/dev/null; rm -rf "$work"' EXIT
+monitors=() # the monitors this run switched off, switched on again at its end
+restore_monitors() { for state in "${monitors[@]}"; do echo on >"$state" || true; done; }
+trap 'kill $(jobs -p) 2>/dev/null; wait 2>/dev/null; restore_monitors; rm -rf "$work"' EXIT
+if [ "${IDLE_KERNEL_MONITOR:-}" = off ]; then
+    for state in /sys/kernel/mm/damon/admin/kdamonds/*/state; do
+        grep -qx on "$state" 2>/dev/null || continue
+        echo off >"$state" || { echo "cannot switch the kernel's data-access monitor off" >&2; exit 1; }
+        monitors+=("$state")
+    done
+fi
 
 # A fresh user: HOME and the XDG folders under $1.
 user_env() {
@@ -58,7 +69,8 @@ Xvfb -displayfd 3 -screen 0 1280x800x24 -nolisten tcp 3>"$work/display" 2>/dev/n
 for _ in $(seq 100); do [ -s "$work/display" ] && break; sleep 0.1; done
 export DISPLAY=":$(cat "$work/display")"
 
-export build minutes rounds work
+switched_off=${monitors[*]:-}
+export build minutes rounds work switched_off
 export -f user_env
 dbus-run-session -- bash -euo pipefail -c '
     cpu() { awk -v hz="$(getconf CLK_TCK)" "{printf \"%.3f\", (\$14 + \$15) / hz}" "/proc/$1/stat"; }
@@ -155,6 +167,7 @@ dbus-run-session -- bash -euo pipefail -c '
     echo "idle counted-by $([ -n "$use_perf" ] && echo perf || echo proc) over $minutes minutes, $rounds rounds"
     monitor=off
     grep -qx on /sys/kernel/mm/damon/admin/kdamonds/*/state 2>/dev/null && monitor=on
+    [ -z "$switched_off" ] || monitor="off (switched off for this run)"
     echo "idle kernel-monitor $monitor"
     memory $tray "end"
     kill $floor $tray $track $qttray

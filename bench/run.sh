@@ -9,7 +9,7 @@
 # callgrind, which does not depend on how busy the machine is. The whole run takes a few
 # minutes (most of it the file-watch benchmark's tree of 200,000 files), plus the idle
 # benchmark's IDLE_ROUNDS (default 3) counts of IDLE_MINUTES (default 10) of measured idleness
-# and about two minutes around them.
+# and about two minutes around them (IDLE_KERNEL_MONITOR=off: see bench/idle_footprint.sh).
 set -euo pipefail
 root=$(cd "$(dirname "$0")/.." && pwd)
 update=
@@ -101,7 +101,7 @@ idle_table=$(cat <<TABLE
 TABLE
 )
 idle_table+=$'\n\n'"(Counted by $(grep "^idle counted-by" "$work/idle" | cut -d' ' -f3-); medians; the \
-kernel's data-access monitor $(figure "idle kernel-monitor" 3).)"
+kernel's data-access monitor $(grep "^idle kernel-monitor" "$work/idle" | cut -d' ' -f3-).)"
 echo
 echo "$idle_table"
 
