@@ -35,7 +35,7 @@
 #   idle cpu-seconds-per-hour <floor> <tray> <track> <qt-tray>    (one line a round)
 #   idle wakeups-per-hour <floor> <tray> <track> <qt-tray>        (one line a round)
 #   idle counted-by <perf|proc> over <minutes> minutes, <rounds> rounds
-#   idle kernel-monitor <on|off>
+#   idle kernel-monitor <on|off|off (switched off for this run)>
 #   memory <when> rss <MiB> pss <MiB>
 set -euo pipefail
 build=$(cd "${1:-build}" && pwd)
